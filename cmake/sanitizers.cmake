@@ -1,0 +1,11 @@
+# ZRK4_SANITIZE: a list for -fsanitize, for instance "address,undefined" or "thread"; ZRK4_COVERAGE: line counters.
+set(ZRK4_SANITIZE "" CACHE STRING "Sanitizers to build with")
+option(ZRK4_COVERAGE "Count executed lines" OFF)
+if(ZRK4_SANITIZE)
+  add_compile_options(-fsanitize=${ZRK4_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all -g)
+  add_link_options(-fsanitize=${ZRK4_SANITIZE})
+endif()
+if(ZRK4_COVERAGE)
+  add_compile_options(--coverage -O0 -g)
+  add_link_options(--coverage)
+endif()

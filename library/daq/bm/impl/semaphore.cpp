@@ -1,0 +1,53 @@
+#include "semaphore.h"
+
+#include <cerrno>
+#include <chrono>
+
+#include <sched.h>
+#include <sys/sem.h>
+
+namespace zrk4::impl {
+namespace {
+
+constexpr int YIELDS = 64;
+constexpr std::chrono::microseconds YIELD_TIME{100};
+
+bool changed(int semid, unsigned short number, short by, int flags)
+{
+    sembuf operation{number, by, static_cast<short>(flags)};
+    return semop(semid, &operation, 1) == 0;
+}
+
+// A holder keeps a lock for microseconds; going to sleep for it and being woken costs ten times as much. Yielding, not
+// spinning: with more processes than processors the holder may be the one that waits for this processor. A yield can
+// last a time slice, hence the limit in time as well.
+bool changed_after_yields(int semid, unsigned short number, short by)
+{
+    const auto until = std::chrono::steady_clock::now() + YIELD_TIME;
+    for (int i = 0; i < YIELDS && std::chrono::steady_clock::now() < until; ++i) {
+        sched_yield();
+        if (changed(semid, number, by, SEM_UNDO | IPC_NOWAIT)) return true;
+        if (errno != EAGAIN) return false;
+    }
+    return false;
+}
+
+} // namespace
+
+sem_outcome change_with_undo(int semid, unsigned short number, short by, int32_t& busy)
+{
+    if (changed(semid, number, by, SEM_UNDO | IPC_NOWAIT)) return sem_outcome::done;
+    if (errno == EINTR) return sem_outcome::interrupted;
+    if (errno != EAGAIN) return sem_outcome::failed_at_once;
+    const bool got_it = changed_after_yields(semid, number, by);
+    ++busy;
+    if (got_it || changed(semid, number, by, SEM_UNDO)) return sem_outcome::done;
+    return errno == EINTR ? sem_outcome::interrupted : sem_outcome::failed_waiting;
+}
+
+int change_without_undo(int semid, unsigned short number, short by, short flags)
+{
+    return changed(semid, number, by, flags) ? 0 : errno;
+}
+
+} // namespace zrk4::impl

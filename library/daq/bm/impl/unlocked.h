@@ -1,0 +1,48 @@
+/// @file
+/// Reads and writes of shared records that the protocol makes without a lock.
+#ifndef ZRK4_IMPL_UNLOCKED_H
+#define ZRK4_IMPL_UNLOCKED_H
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <type_traits>
+
+#include "bm_api.h"
+
+namespace zrk4::impl {
+
+/// A 32-bit word at any address.
+struct BM_PACKED shared_word {
+    uint32_t value;
+};
+
+/// Copies `bytes` (a multiple of 4) word by word. The copy may be torn: who uses it must be able to live with that or
+/// test again under a lock. The thread sanitizer is told not to look, because the race is meant.
+__attribute__((no_sanitize("thread"))) inline void copy_unlocked(void* to, const void* from, size_t bytes)
+{
+    const auto* source = static_cast<const volatile shared_word*>(from);
+    auto* target = static_cast<volatile shared_word*>(to);
+    for (size_t i = 0; i < bytes / sizeof(shared_word); ++i) target[i].value = source[i].value;
+}
+
+/// A record, or one of its words, as it stands now.
+template <class Record> Record read_unlocked(const Record* from)
+{
+    static_assert(std::is_trivially_copyable_v<Record> && sizeof(Record) % sizeof(shared_word) == 0);
+    Record copy;
+    copy_unlocked(&copy, from, sizeof copy);
+    return copy;
+}
+
+/// The 32-bit word at `at` as it stands now.
+inline int32_t word_unlocked(const void* at)
+{
+    int32_t word;
+    copy_unlocked(&word, at, sizeof word);
+    return word;
+}
+
+} // namespace zrk4::impl
+
+#endif
