@@ -85,7 +85,7 @@ enum ZRK4_SUBBLOCK_TYPE : int32_t {
     ZRK4_BLOCK_GENERIC_SPECT = 28,
     ZRK4_UPD_BLOCK_DONT_USE_31 = 31,
     ZRK4_UPD_BLOCK_2010 = 33,      ///< records zrk4_upd_data_block_2010
-    ZRK4_ENV_DICT_BLOCK_2010 = 34, ///< names of the environment channels
+    ZRK4_ENV_DICT_BLOCK_2010 = 34, ///< records zrk4_dict_data_block_2010
     ZRK4_ENV_BLOCK_2010 = 35,      ///< records zrk4_env_data_block_2010
     ZRK4_BOR_BLOCK_2010 = 36,      ///< begin of run
     ZRK4_EOR_BLOCK_2010 = 37,      ///< end of run
@@ -201,6 +201,19 @@ static_assert(offsetof(zrk4_upd_data_block_2010, upd_prop) == 0);
 static_assert(offsetof(zrk4_upd_data_block_2010, upd_ch_status) == 256);
 static_assert(offsetof(zrk4_upd_data_block_2010, upd_ch_time) == 260);
 static_assert(offsetof(zrk4_upd_data_block_2010, upd_ch_data) == 268);
+
+/// Name and index of one environment channel. A dictionary sub-block holds (ldata - 268) / 260 of them behind its
+/// sub-head, without gaps, in any order; bytes behind the last whole record are not read. The index is what
+/// `env_ch_idx` of the channel's values repeats: any number, not a position. Where a name stands twice the first one
+/// counts.
+struct BM_PACKED zrk4_dict_data_block_2010 {
+    char dict_ch_name[256]; ///< bytes 0 to 255: name of the channel, NUL-terminated unless it has 256 characters; what
+                            ///< stands behind the NUL is not read
+    int32_t dict_ch_idx;    ///< bytes 256 to 259: index of the channel
+};
+static_assert(sizeof(zrk4_dict_data_block_2010) == 260 && alignof(zrk4_dict_data_block_2010) == 1);
+static_assert(offsetof(zrk4_dict_data_block_2010, dict_ch_name) == 0);
+static_assert(offsetof(zrk4_dict_data_block_2010, dict_ch_idx) == 256);
 
 /// One server-block entry of an event slot: where a block of the event lies. An entry with `shmid` 0 or `bnum` -1 is a
 /// hole, which readers skip.
