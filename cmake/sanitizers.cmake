@@ -1,9 +1,18 @@
-# ZRK4_SANITIZE: a list for -fsanitize, for instance "address,undefined" or "thread"; ZRK4_COVERAGE: line counters.
+# ZRK4_SANITIZE: a list for -fsanitize, for instance "address,undefined" or "thread". ZRK4_COVERAGE: line counters.
 set(ZRK4_SANITIZE "" CACHE STRING "Sanitizers to build with")
 option(ZRK4_COVERAGE "Count executed lines" OFF)
+
+set(ZRK4_SANITIZE_FLAGS "")   # also for tests that call the compiler themselves
 if(ZRK4_SANITIZE)
-  add_compile_options(-fsanitize=${ZRK4_SANITIZE} -fno-omit-frame-pointer -fno-sanitize-recover=all -g)
+  # A report ends the program: one that only prints would pass as a green test.
+  set(ZRK4_SANITIZE_FLAGS -fsanitize=${ZRK4_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_compile_options(${ZRK4_SANITIZE_FLAGS} -g)
   add_link_options(-fsanitize=${ZRK4_SANITIZE})
+  # GCC warns at every fence that the thread sanitizer does not follow it. Ours order what other processes see, which
+  # the sanitizer cannot watch in any case.
+  if(ZRK4_SANITIZE MATCHES "thread" AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+    add_compile_options(-Wno-tsan)
+  endif()
 endif()
 if(ZRK4_COVERAGE)
   add_compile_options(--coverage -O0 -g)
