@@ -1,0 +1,51 @@
+#!/usr/bin/env bash
+# Installs what is missing for a purpose; does nothing, and needs no network, where everything is there.
+# Package names hold for Debian 12 and Ubuntu 24.04.
+#
+# usage: scripts/install-deps.sh build|test|bench
+set -euo pipefail
+
+# What must be there, and the package that brings it: a command, or a file by its path.
+readonly BUILD=(g++:g++ cmake:cmake ninja:ninja-build)
+readonly TEST=("${BUILD[@]}" clang++:clang clang-format-14:clang-format-14 clang-tidy:clang-tidy
+    shellcheck:shellcheck git:git cmp:diffutils
+    ipcs:util-linux unshare:util-linux setarch:util-linux nm:binutils /usr/include/gtest/gtest.h:libgtest-dev)
+readonly BENCH=("${BUILD[@]}" strace:strace taskset:util-linux)
+
+is_there() {
+    case $1 in
+        /*) [[ -e $1 ]] ;;
+        *) command -v "$1" >/dev/null ;;
+    esac
+}
+
+missing_packages() {
+    local need
+    for need in "$@"; do
+        is_there "${need%%:*}" || printf '%s\n' "${need##*:}"
+    done | sort -u
+}
+
+as_root() {
+    if ((EUID == 0)); then "$@"; else sudo "$@"; fi
+}
+
+case ${1:-} in
+    build) needs=("${BUILD[@]}") ;;
+    test) needs=("${TEST[@]}") ;;
+    bench) needs=("${BENCH[@]}") ;;
+    *)
+        echo "usage: ${0##*/} build|test|bench" >&2
+        exit 2
+        ;;
+esac
+
+mapfile -t packages < <(missing_packages "${needs[@]}")
+((${#packages[@]} == 0)) && exit 0
+echo "missing: ${packages[*]}" >&2
+if ! command -v apt-get >/dev/null; then
+    echo "no apt-get here: install them by the means of this system" >&2
+    exit 1
+fi
+as_root apt-get update -qq
+as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${packages[@]}" >&2

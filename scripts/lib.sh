@@ -1,0 +1,47 @@
+# shellcheck shell=bash
+# What the scripts beside this file share. Source it: it changes to the top of the source tree.
+
+cd "$(dirname "${BASH_SOURCE[0]}")/.." || exit
+
+# The generator of a fresh build tree; one that exists keeps its own.
+if [[ -z ${CMAKE_GENERATOR:-} ]] && command -v ninja >/dev/null; then
+    export CMAKE_GENERATOR=Ninja
+fi
+
+die() {
+    printf '%s: %s\n' "${0##*/}" "$*" >&2
+    exit 1
+}
+
+# Runs a command; its output appears only when it fails.
+quietly() {
+    local log status=0
+    log=$(mktemp)
+    "$@" >"$log" 2>&1 || status=$?
+    if ((status != 0)); then cat "$log" >&2; fi
+    rm -f "$log"
+    return "$status"
+}
+
+# Builds one program for a script that a person runs: the release tree, and of it no more than that. A tree that exists
+# keeps its options, so that a developer's tests stay configured.
+build_program() {
+    scripts/install-deps.sh "$1"
+    printf 'building %s ...\n' "$2" >&2
+    [[ -f build/release/CMakeCache.txt ]] || quietly cmake --preset release -DBUILD_TESTING=OFF
+    quietly cmake --build --preset release --target "$2" -j "$(nproc)"
+}
+
+# Runs a command, a build or ctest, for a preset.
+# The thread sanitizer of GCC 12 does not start where the kernel randomises addresses by more than 28 bits
+# (vm.mmap_rnd_bits): programs built with it get a fixed layout, which their children inherit. A container may forbid
+# the call; then it is tried as it is.
+run_for() {
+    local preset=$1
+    shift
+    if [[ $preset == tsan ]] && setarch -R true 2>/dev/null; then
+        setarch -R "$@"
+    else
+        "$@"
+    fi
+}

@@ -1,0 +1,131 @@
+#!/usr/bin/env bash
+# Builds and runs everything that must hold before a change is taken: the suite as it is installed, under the address
+# and undefined-behaviour sanitizers and under the thread sanitizer, the library with a second compiler, layout and
+# common mistakes of the sources. Nothing may be skipped, and nothing may be left behind on the host.
+#
+# usage: scripts/test.sh [--quick | --preset NAME]
+set -euo pipefail
+. "$(dirname "$0")/lib.sh"
+
+usage() {
+    cat <<'TEXT'
+usage: scripts/test.sh [--quick | --preset NAME]
+  --quick        the release suite and the layout of the sources
+  --preset NAME  the suite of that preset alone
+TEXT
+    exit "$1"
+}
+
+presets=(release asan-ubsan tsan)
+checks=(layout mistakes second_compiler)
+while (($# > 0)); do
+    case $1 in
+        --quick)
+            presets=(release)
+            checks=(layout)
+            ;;
+        --preset)
+            [[ -n ${2:-} ]] || usage 2 >&2
+            presets=("$2")
+            checks=()
+            shift
+            ;;
+        -h | --help) usage 0 ;;
+        *) usage 2 >&2 ;;
+    esac
+    shift
+done
+
+passed=0
+failed=0
+failures=()
+
+# One check that is not a test of the suite: a name, and the command that must succeed.
+check() {
+    local name=$1 status=0
+    shift
+    printf '\n== %s\n' "$name"
+    "$@" || status=$?
+    if ((status == 0)); then
+        passed=$((passed + 1))
+    else
+        failed=$((failed + 1))
+        failures+=("$name")
+    fi
+    return 0
+}
+
+layout() { scripts/lint.sh --format; }
+mistakes() { scripts/lint.sh --tidy; }
+
+# A compiler and CMake are all that the libraries need.
+second_compiler() {
+    cmake -S . -B build/clang -DBUILD_TESTING=OFF -DZRK4_WERROR=ON -DCMAKE_CXX_COMPILER=clang++ &&
+        cmake --build build/clang -j "$(nproc)" &&
+        [[ -e build/clang/lib/libZRK4bm.so && -e build/clang/lib/libZRK4evutl.so ]]
+}
+
+# Segments and semaphore sets of the host, one per line.
+ipc_objects() {
+    ipcs -m | awk '$2 ~ /^[0-9]+$/ { print "segment", $2, "key", $1, "owner", $3 }'
+    ipcs -s | awk '$2 ~ /^[0-9]+$/ { print "semaphore set", $2, "key", $1, "owner", $3 }'
+}
+
+nothing_left_behind() {
+    local left
+    left=$(comm -13 <(sort <<<"$ipc_before") <(ipc_objects | sort))
+    [[ -z $left ]] || {
+        printf 'left behind:\n%s\n' "$left"
+        return 1
+    }
+}
+
+build_suite() {
+    cmake --preset "$1" && run_for "$1" cmake --build --preset "$1" -j "$(nproc)"
+}
+
+# An attribute of the suite's one line in ctest's report.
+reported() { sed -n "s/.*[[:space:]]$2=\"\([0-9]*\)\".*/\1/p; /<testcase/q" "$1" | head -n 1; }
+
+# What the suite of a preset reported joins the count. A test that did not run proves nothing: it counts as failed.
+count_suite() {
+    local preset=$1 report=$2 tests failures_here not_run
+    if [[ ! -s $report ]]; then
+        check "$preset: report of the suite" false
+        return
+    fi
+    tests=$(reported "$report" tests)
+    failures_here=$(reported "$report" failures)
+    not_run=$(($(reported "$report" skipped) + $(reported "$report" disabled)))
+    passed=$((passed + tests - failures_here - not_run))
+    failed=$((failed + failures_here + not_run))
+    if ((failures_here > 0)); then failures+=("$preset: $failures_here tests"); fi
+    if ((not_run > 0)); then failures+=("$preset: $not_run tests did not run"); fi
+}
+
+no_test_skips() {
+    local log=build/$1/Testing/Temporary/LastTest.log
+    [[ -s $log ]] && ! grep -E '^\[  SKIPPED \] [^0-9]' "$log"
+}
+
+run_suite() {
+    local preset=$1 report=$PWD/build/$1/ctest.xml failed_before=$failed
+    check "$preset: build" build_suite "$preset"
+    if ((failed > failed_before)); then return; fi
+    printf '\n== %s: suite\n' "$preset"
+    rm -f "$report"
+    run_for "$preset" ctest --preset "$preset" -j "$(nproc)" --output-junit "$report" || true
+    count_suite "$preset" "$report"
+    check "$preset: no test skips a part of itself" no_test_skips "$preset"
+}
+
+scripts/install-deps.sh test
+ipc_before=$(ipc_objects)
+for preset in "${presets[@]}"; do run_suite "$preset"; done
+for name in "${checks[@]}"; do check "${name//_/ }" "$name"; done
+check "nothing left behind on the host" nothing_left_behind
+
+printf '\n'
+for name in "${failures[@]}"; do printf 'failed: %s\n' "$name"; done
+printf '%d passed, %d failed\n' "$passed" "$failed"
+((failed == 0))
