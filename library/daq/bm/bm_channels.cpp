@@ -1,0 +1,200 @@
+// Parameters and channels of an event's server blocks.
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+
+#include "bm_util.h"
+#include "event_blocks.h"
+#include "evutl.h"
+#include "local_copies.h"
+#include "name_query.h"
+#include "text_later.h"
+
+namespace zrk4::impl {
+namespace {
+
+bool names_nothing(const char* name) { return name == nullptr || name[0] == '\0'; }
+
+template <class Value, class Given> void store(Value* out, Given value)
+{
+    if (out != nullptr) *out = value;
+}
+
+/// Into the caller's 256 bytes: padded with NULs, without one behind a name of 256 characters.
+void fill_name(char* to, const char* from) { std::strncpy(to, from, name_query::FIELD); }
+
+// ---- data channels --------------------------------------------------------------------------------------------------
+
+/// A channel's name as it is printed and as it is searched for.
+struct wanted_channel {
+    const char* text;
+    name_query name;
+};
+
+// Not collected with other texts: those are cut, and a channel's name may have any length.
+template <class PrintDetails> void report_corrupt(const wanted_channel& channel, PrintDetails print_details)
+{
+    text_later::write_now();
+    std::printf("CHANNEL corrupted: %s\n", channel.text);
+    print_details();
+    std::fflush(nullptr);
+}
+
+void report_outside(const wanted_channel& channel, const block_view& head, int c)
+{
+    report_corrupt(channel, [&] {
+        std::printf("OUTSIDE  of the server block !!!: ltotal: %ld  channel:%d nchans:%d \n", head.ltotal, c,
+                    head.nchan);
+    });
+}
+
+void report_negative(const wanted_channel& channel, int32_t ldata, int64_t left)
+{
+    report_corrupt(channel, [&] { std::printf("Corrupted data: ldata: %d   total_size (left): %ld\n", ldata, left); });
+}
+
+struct walk_result {
+    zrk4_serv_block_subhead_2010* found = nullptr;
+    bool corrupt = false; ///< reported; ends the search of the whole event
+};
+
+/// REQUIRES: the block counts a sub-block and has bytes behind its head.
+walk_result walk_block(const found_block& block, const wanted_channel& channel)
+{
+    const block_view& head = block.head;
+    const int64_t last = head.ltotal - SUBHEAD_SIZE;
+    // A block that claims more than its buffer holds is believed in what is reported, not in what is read.
+    const int64_t readable = std::min(last, block.place.room - SUBHEAD_SIZE);
+    int64_t at = head.head_size;
+    int32_t c = 0;
+    do {
+        if (at > readable) {
+            if (at <= last) return {};
+            report_outside(channel, head, c);
+            return {nullptr, true};
+        }
+        auto* sub = reinterpret_cast<zrk4_serv_block_subhead_2010*>(block.place.at + at);
+        const int32_t ldata = sub->ldata;
+        if (ldata < 0) {
+            report_negative(channel, ldata, head.ltotal - at);
+            return {nullptr, true};
+        }
+        if (channel.name.matches(sub->chname)) return {sub, false};
+        if (ldata == 0) return {}; // would meet the same sub-head until the count is reached
+        at += ldata;
+    } while (++c < head.nchan && at < head.ltotal);
+    return {};
+}
+
+template <class Reading>
+zrk4_serv_block_subhead_2010* find_channel(const event_blocks& event, char* name, const char* text, BM* bm,
+                                           const head_outputs& out)
+{
+    if (names_nothing(text) || is_run_control(event.evtype)) return nullptr;
+    const wanted_channel channel{text, name_query(text)};
+    const bool from_all = names_nothing(name);
+    const name_query block_name(from_all ? "" : name);
+    for (const zrk4_client_sblock_data& entry : event.entries) {
+        if (is_hole(entry) || !(from_all || block_name.matches(entry.name))) continue;
+        const found_block block = find_block<Reading>(bm, entry);
+        if (!block || block.head.nchan < 1 || block.head.ltotal <= block.head.head_size) continue;
+        const walk_result walked = walk_block(block, channel);
+        if (walked.corrupt) return nullptr;
+        if (walked.found == nullptr) continue;
+        out.store(block);
+        if (name != nullptr && from_all) fill_name(name, entry.name);
+        return walked.found;
+    }
+    return nullptr;
+}
+
+// ---- slow channels --------------------------------------------------------------------------------------------------
+
+bool carries_slow_channels(int32_t evtype) { return evtype == ZRK4_EV_HB || is_run_control(evtype); }
+
+int answer(int32_t status, float data, float* value)
+{
+    if (status != 0) return 1;
+    store(value, data);
+    return 0;
+}
+
+int read_slow_channel(int32_t evtype, const char* channel, float* value)
+{
+    const std::lock_guard guard(mx_lcp);
+    zrk4_upd_data_block_2010* updated = nullptr;
+    if (evtype != ZRK4_EV_ENV && !find_upd_channel_2010(local_upd_copy_, channel, &updated)) {
+        return answer(updated->upd_ch_status, updated->upd_ch_data, value);
+    }
+    zrk4_env_data_block_2010* record = nullptr;
+    if (find_slow_channel_2010(local_env_copy_, local_dict_copy_, channel, &record)) return 1;
+    return answer(record->env_ch_status, record->env_ch_data, value);
+}
+
+} // namespace
+} // namespace zrk4::impl
+
+using namespace zrk4::impl;
+
+int get_sb_param(zrk4_event_slot_head_2024* slot, zrk4_client_sblock_data* entries, char* name, BM* bm,
+                 time_stamp* time, int* length, long* evid, int* tmask, int* status, int* nchan)
+{
+    if (names_nothing(name)) return 1;
+    const name_query wanted(name);
+    const auto list = blocks_of_either(slot, entries).entries;
+    const auto entry =
+        std::find_if(list.begin(), list.end(), [&](const auto& e) { return !is_hole(e) && wanted.matches(e.name); });
+    if (entry == list.end()) return 1;
+    const found_block block = find_block<own_form>(bm, *entry);
+    if (!block) return 1;
+    const block_view& head = block.head;
+    store(time, head.time);
+    // Unsigned: whatever `ltotal` is, its low 32 bits count.
+    store(length, static_cast<int>(static_cast<uint32_t>(head.ltotal) - static_cast<uint32_t>(head.head_size)));
+    store(evid, head.mpulse);
+    store(tmask, head.tmask);
+    store(status, head.status);
+    store(nchan, head.nchan);
+    return 0;
+}
+
+int check_bad_sb_data(zrk4_event_slot_head_2024* slot, zrk4_client_sblock_data* entries, BM* bm)
+{
+    const event_blocks event = blocks_of_either(slot, entries);
+    if (is_run_control(event.evtype)) return 0;
+    return static_cast<int>(std::count_if(event.entries.begin(), event.entries.end(), [&](const auto& entry) {
+        if (is_hole(entry)) return false;
+        const found_block block = find_block<own_form>(bm, entry);
+        return block && block.head.nchan == 0;
+    }));
+}
+
+zrk4_serv_block_subhead_2010* get_fast_channel_data_2024(zrk4_event_slot_head_2024* slot,
+                                                         zrk4_client_sblock_data* entries, char* name, char* channel,
+                                                         BM* bm, zrk4_serv_block_head_2010** h10,
+                                                         zrk4_serv_block_head_2024** h24)
+{
+    return find_channel<own_form>(blocks_of(slot, entries), name, channel, bm, {h10, h24});
+}
+
+zrk4_serv_block_subhead_2010* get_fast_channel_data(zrk4_event_slot_head* slot, zrk4_client_sblock_data* entries,
+                                                    char* name, char* channel, BM* bm, zrk4_serv_block_head_2010** h10)
+{
+    return find_channel<all_2010>(blocks_of(slot, entries), name, channel, bm, {h10, nullptr});
+}
+
+int get_slow_channel_data(zrk4_event_slot_head_2024* slot, zrk4_client_sblock_data* entries, const char* channel,
+                          BM* bm, zrk4_serv_block_head_2010** h10, zrk4_serv_block_head_2024** h24, float* value)
+{
+    const int32_t evtype = blocks_of(slot, entries).evtype;
+    if (!carries_slow_channels(evtype) || update_local_copies(slot, entries, bm, h10, h24)) return 1;
+    return read_slow_channel(evtype, channel, value);
+}
+
+int get_slow_channel_data_2010(zrk4_event_slot_head* slot, zrk4_client_sblock_data* entries, const char* channel,
+                               BM* bm, zrk4_serv_block_head_2010** h10, float* value)
+{
+    const int32_t evtype = blocks_of(slot, entries).evtype;
+    if (!carries_slow_channels(evtype) || update_local_copies_2010(slot, entries, bm, h10)) return 1;
+    return read_slow_channel(evtype, channel, value);
+}

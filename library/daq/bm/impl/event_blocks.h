@@ -1,0 +1,101 @@
+/// @file
+/// The server blocks of an event, as a reader program's two pointers give them.
+#ifndef ZRK4_IMPL_EVENT_BLOCKS_H
+#define ZRK4_IMPL_EVENT_BLOCKS_H
+
+#include <cstdint>
+#include <span>
+
+#include "BM.h"
+#include "block_form.h"
+
+namespace zrk4::impl {
+
+/// What is read from a slot's head; taken once, as others may change it.
+struct event_blocks {
+    int32_t evtype;
+    std::span<const zrk4_client_sblock_data> entries;
+};
+
+template <class Head> event_blocks blocks_of(const Head* slot, const zrk4_client_sblock_data* entries)
+{
+    if (slot == nullptr) return {ZRK4_EV_EVMAX, {}};
+    const int32_t filled = entries == nullptr ? 0 : slot->sbfilled;
+    return {slot->evtype, {entries, filled < 1 ? size_t{0} : static_cast<size_t>(filled)}};
+}
+
+/// The same for a slot of either form.
+inline event_blocks blocks_of_either(const zrk4_event_slot_head_2024* slot, const zrk4_client_sblock_data* entries)
+{
+    if (slot == nullptr || slot->pattern == EV_SLOT_PATTERN_2024) return blocks_of(slot, entries);
+    return blocks_of(reinterpret_cast<const zrk4_event_slot_head*>(slot), entries);
+}
+
+/// Begin and end of run, environment and update: events without data channels.
+inline bool is_run_control(int32_t evtype) { return evtype >= ZRK4_EV_BOR && evtype <= ZRK4_EV_UPD; }
+
+inline bool is_hole(const zrk4_client_sblock_data& entry) { return entry.shmid == 0 || entry.bnum == -1; }
+
+/// Where a block lies; a null address when it cannot be had.
+struct block_place {
+    char* at = nullptr;
+    int64_t room = 0; ///< length of its buffer; what the block says about itself may be wrong
+};
+
+inline block_place place_of(BM* bm, const zrk4_client_sblock_data& entry)
+{
+    if (bm == nullptr) return {};
+    const int shmid = entry.shmid;
+    const int bnum = entry.bnum;
+    C_shm_buffer* part = bm->find_by_id(shmid);
+    // A partition that is known, as nearly always, is searched for once.
+    char* at = part != nullptr ? part->get_buffer_addr(bnum) : bm->get_buffer_address(bnum, shmid, /*attach=*/true);
+    if (at == nullptr) return {};
+    if (part == nullptr) part = bm->find_by_id(shmid);
+    return {at, part->getBufferLength()};
+}
+
+/// How the blocks of an event are read: each by its own form.
+struct own_form {
+    static bool is_wide(const char* block) { return is_2024(block); }
+};
+/// Or all of them in the 2010 form, as readers of that generation do.
+struct all_2010 {
+    static bool is_wide(const char*) { return false; }
+};
+
+/// A block whose head lies inside its buffer.
+struct found_block {
+    block_place place;
+    block_view head{};
+    bool wide = false;
+
+    explicit operator bool() const { return place.at != nullptr; }
+};
+
+/// Empty when the block cannot be had or its buffer is too short for a head.
+template <class Reading> found_block find_block(BM* bm, const zrk4_client_sblock_data& entry)
+{
+    const block_place place = place_of(bm, entry);
+    if (place.room < static_cast<int64_t>(sizeof(block_2010::head))) return {};
+    if (!Reading::is_wide(place.at)) return {place, view_block_as<block_2010>(place.at), false};
+    if (place.room < static_cast<int64_t>(sizeof(block_2024::head))) return {};
+    return {place, view_block_as<block_2024>(place.at), true};
+}
+
+/// Where a caller wants a block's address: in the output of the block's form; the other one becomes null.
+struct head_outputs {
+    zrk4_serv_block_head_2010** h10;
+    zrk4_serv_block_head_2024** h24;
+
+    void store(const found_block& block) const
+    {
+        char* const at = block.place.at;
+        if (h10 != nullptr) *h10 = block.wide ? nullptr : reinterpret_cast<zrk4_serv_block_head_2010*>(at);
+        if (h24 != nullptr) *h24 = block.wide ? reinterpret_cast<zrk4_serv_block_head_2024*>(at) : nullptr;
+    }
+};
+
+} // namespace zrk4::impl
+
+#endif
