@@ -78,6 +78,12 @@ bool segment_exists(int shmid)
     return shmctl(shmid, IPC_STAT, &info) == 0 && (info.shm_perm.mode & SHM_DEST) == 0;
 }
 
+int attachments(int shmid)
+{
+    shmid_ds info{};
+    return shmctl(shmid, IPC_STAT, &info) == 0 ? static_cast<int>(info.shm_nattch) : -1;
+}
+
 bool semaphore_set_exists(int semid) { return semctl(semid, 0, GETPID) >= 0; }
 
 int semaphore_value(int semid, int number) { return semctl(semid, number, GETVAL); }

@@ -47,6 +47,8 @@ int segment_at_key(int key);
 /// Whether the segment / set still exists; one that is only waiting for its last detach does not.
 bool segment_exists(int shmid);
 bool semaphore_set_exists(int semid);
+/// Mappings of the segment in all processes.
+int attachments(int shmid);
 
 /// Value of a semaphore / processes asleep in a decrement of it / number in the set; -1 when the set is gone.
 int semaphore_value(int semid, int number);
