@@ -13,6 +13,21 @@ inline int shmid_of(const C_shm& part) { return std::stoi(part.getStat("shmid"))
 inline int semid_of(const C_shm& part) { return std::stoi(part.getStat("semglobal")); }
 inline int use_count_of(const C_shm& part) { return std::stoi(part.getStat("use_count")); }
 
+/// Handles that this process's registry counts on a segment, 0 when it has no entry.
+inline int registered(int shmid)
+{
+    struct registry : C_shm {
+        static int count(int id)
+        {
+            for (const shmid_entry* entry : shmid_list) {
+                if (entry->id == id) return entry->cnt;
+            }
+            return 0;
+        }
+    };
+    return registry::count(shmid);
+}
+
 /// Offsets in a segment, as numbers: tests of the format do not ask the header under test.
 enum offset : size_t {
     AT_STATUS = 0,

@@ -1,0 +1,707 @@
+// Parameters and data channels of an event's server blocks.
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <new>
+
+#include <gtest/gtest.h>
+
+#include "C_shm_buffer.h"
+#include "captured_output.h"
+#include "reader_event.h"
+
+using namespace zrk4::test;
+
+// Counted: what a search takes from the heap. Not inlined, or the compiler takes new and free for a mismatched pair.
+static long allocations = 0;
+
+__attribute__((noinline)) void* operator new(size_t size)
+{
+    ++allocations;
+    if (void* at = std::malloc(size)) return at;
+    throw std::bad_alloc();
+}
+__attribute__((noinline)) void operator delete(void* at) noexcept { std::free(at); }
+__attribute__((noinline)) void operator delete(void* at, size_t) noexcept { std::free(at); }
+
+namespace {
+
+const sub_block A("A", ZRK4_BLOCK_1CHAN_2010, "aaaa");
+const sub_block B("B", ZRK4_BLOCK_2CHAN_2010, "bbbbbbbb");
+const sub_block C("C", ZRK4_BLOCK_3CHAN_2010);
+
+class FastChannelBase : public reader_event {
+  protected:
+    zrk4_serv_block_subhead_2010* find_as(reader r, const char* channel, char* name)
+    {
+        char* const wanted = const_cast<char*>(channel);
+        if (r == reader::of_2010) return get_fast_channel_data(&slot_2010, entries.data(), name, wanted, &bm, &h10);
+        return get_fast_channel_data_2024(&slot_2024, entries.data(), name, wanted, &bm, &h10, &h24);
+    }
+};
+
+class FastChannel : public FastChannelBase, public testing::WithParamInterface<reader> {
+  protected:
+    char* find(const char* channel, char* name = nullptr)
+    {
+        return reinterpret_cast<char*>(find_as(GetParam(), channel, name));
+    }
+    /// Searches in vain. @return what was printed.
+    std::string report(const char* channel)
+    {
+        char* found = nullptr;
+        const std::string text = out_of([&] { found = find(channel); });
+        EXPECT_EQ(found, nullptr) << channel;
+        return text;
+    }
+};
+
+std::string outside(const std::string& channel, int64_t ltotal, int c, int nchan)
+{
+    return "CHANNEL corrupted: " + channel + "\nOUTSIDE  of the server block !!!: ltotal: " + std::to_string(ltotal) +
+           "  channel:" + std::to_string(c) + " nchans:" + std::to_string(nchan) + " \n";
+}
+
+std::string negative(const std::string& channel, int ldata, int64_t left)
+{
+    return "CHANNEL corrupted: " + channel + "\nCorrupted data: ldata: " + std::to_string(ldata) +
+           "   total_size (left): " + std::to_string(left) + "\n";
+}
+
+INSTANTIATE_TEST_SUITE_P(OfBothGenerations, FastChannel, testing::Values(reader::of_2010, reader::of_2024),
+                         [](const auto& generation) {
+                             return generation.param == reader::of_2010 ? "Readers2010" : "Readers2024";
+                         });
+
+} // namespace
+
+TEST_P(FastChannel, IsFoundInPlaceAtEveryAlignment)
+{
+    for (int buffer = 0; buffer < 8; ++buffer) {
+        next_event(ZRK4_EV_NORMAL);
+        start_at_buffer(buffer);
+        char* const block = put(block_of_2010({A, B, C}).bytes());
+        EXPECT_EQ(find("A"), block + HEAD_2010);
+        EXPECT_EQ(find("B"), block + HEAD_2010 + A.ldata);
+        EXPECT_EQ(find("C"), block + HEAD_2010 + A.ldata + B.ldata);
+        EXPECT_EQ(find("D"), nullptr);
+        EXPECT_EQ(reinterpret_cast<char*>(h10), block);
+        EXPECT_EQ(std::string(find("B") + SUBHEAD, 8), "bbbbbbbb");
+    }
+}
+
+TEST_P(FastChannel, IsTakenFromTheFirstBlockThatHasIt)
+{
+    put(block_of_2010({A}).bytes());
+    char* const second = put(block_of_2010({A, B}).bytes());
+    put(block_of_2010({B}).bytes());
+    EXPECT_EQ(find("B"), second + HEAD_2010 + A.ldata);
+    EXPECT_EQ(reinterpret_cast<char*>(h10), second);
+}
+
+TEST_P(FastChannel, SearchNeedsNoOutputs)
+{
+    char* const block = put(block_of_2010({A}).bytes());
+    char channel[] = "A";
+    char* found = nullptr;
+    if (GetParam() == reader::of_2010) {
+        found =
+            reinterpret_cast<char*>(get_fast_channel_data(&slot_2010, entries.data(), nullptr, channel, &bm, nullptr));
+    } else {
+        found = reinterpret_cast<char*>(
+            get_fast_channel_data_2024(&slot_2024, entries.data(), nullptr, channel, &bm, nullptr, nullptr));
+    }
+    EXPECT_EQ(found, block + HEAD_2010);
+}
+
+TEST_P(FastChannel, OutputsStayWhenNothingIsFound)
+{
+    put(block_of_2010({A}).bytes());
+    auto* const before_10 = h10 = reinterpret_cast<zrk4_serv_block_head_2010*>(&slot_2010);
+    auto* const before_24 = h24 = reinterpret_cast<zrk4_serv_block_head_2024*>(&slot_2024);
+    char name[256] = "";
+    EXPECT_EQ(find("B", name), nullptr);
+    EXPECT_EQ(h10, before_10);
+    EXPECT_EQ(h24, before_24);
+    EXPECT_STREQ(name, "");
+}
+
+TEST_P(FastChannel, WithoutANameNeverMatches)
+{
+    put(block_of_2010({{"", 41}, A}).bytes());
+    EXPECT_EQ(report(""), "");
+    EXPECT_EQ(find(nullptr), nullptr);
+    EXPECT_NE(find("A"), nullptr) << "an empty name is stepped over";
+}
+
+TEST_P(FastChannel, NameCountsOver256Characters)
+{
+    const std::string full(256, 'n');
+    char* const block = put(block_of_2010({{full.substr(0, 255), 41}, {full, 41}}).bytes());
+    EXPECT_EQ(find(full.c_str()), block + HEAD_2010 + SUBHEAD);
+    EXPECT_EQ(find((full + "beyond").c_str()), block + HEAD_2010 + SUBHEAD);
+    EXPECT_EQ(find(full.substr(0, 255).c_str()), block + HEAD_2010);
+    EXPECT_EQ(find(full.substr(0, 254).c_str()), nullptr);
+}
+
+TEST_P(FastChannel, IsNotSearchedInRunControlEventsAndOnlyNotThere)
+{
+    put(block_of_2010({A}).bytes());
+    for (int type = 0; type < ZRK4_EV_EVMAX; ++type) {
+        set_type(type);
+        const bool skipped = type == ZRK4_EV_BOR || type == ZRK4_EV_EOR || type == ZRK4_EV_ENV || type == ZRK4_EV_UPD;
+        EXPECT_EQ(find("A") == nullptr, skipped) << type;
+    }
+}
+
+TEST_P(FastChannel, IsSearchedInAsManyEntriesAsAreFilled)
+{
+    put(block_of_2010({A}).bytes());
+    put(block_of_2010({B}).bytes());
+    set_filled(1);
+    EXPECT_NE(find("A"), nullptr);
+    EXPECT_EQ(find("B"), nullptr);
+    for (const int filled : {0, -1, INT_MIN}) {
+        set_filled(filled);
+        EXPECT_EQ(find("A"), nullptr) << filled;
+    }
+}
+
+TEST_P(FastChannel, HolesAreSkipped)
+{
+    add_entry("SERVER", 0, 0);
+    add_entry("SERVER", id, -1);
+    start_at_buffer(0);
+    char* const block = put(block_of_2010({A}).bytes());
+    EXPECT_EQ(find("A"), block + HEAD_2010);
+    entries.pop_back();
+    set_filled(2);
+    EXPECT_EQ(report("A"), "");
+}
+
+TEST_P(FastChannel, BlocksThatCannotBeHadAreSkipped)
+{
+    add_entry("SERVER", id, BUFFERS);
+    add_entry("SERVER", id, -2);
+    add_entry("SERVER", id + 1000, 0);
+    char* const block = put(block_of_2010({A}).bytes());
+    EXPECT_EQ(find("A"), block + HEAD_2010);
+}
+
+TEST_P(FastChannel, PartitionThatIsNotInThePoolIsAttached)
+{
+    C_shm_buffer writers("T_WRITERS", 1, LENGTH, /*sems=*/false);
+    const std::string block = block_of_2010({A}).bytes();
+    std::memcpy(writers.buffer_addr(0), block.data(), block.size());
+    const int writers_id = std::stoi(writers.getStat("shmid"));
+    add_entry("SERVER", writers_id, 0);
+    ASSERT_EQ(bm.find_by_id(writers_id), nullptr);
+    char* const found = find("A");
+    EXPECT_NE(bm.find_by_id(writers_id), nullptr);
+    EXPECT_EQ(found, bm.get_buffer_address(0, writers_id) + HEAD_2010);
+}
+
+TEST_P(FastChannel, IsSearchedInBlocksOfTheNameGiven)
+{
+    put(block_of_2010({A}).bytes(), "ONE");
+    char* const second = put(block_of_2010({A}).bytes(), "TWO");
+    char name[256] = "TWO";
+    EXPECT_EQ(find("A", name), second + HEAD_2010);
+    EXPECT_STREQ(name, "TWO");
+    char other[256] = "TW";
+    EXPECT_EQ(find("A", other), nullptr);
+    EXPECT_STREQ(other, "TW");
+}
+
+TEST_P(FastChannel, EmptyNameReceivesTheBlocksName)
+{
+    put(block_of_2010({B}).bytes(), "ONE");
+    put(block_of_2010({A}).bytes(), "TWO");
+    char name[257];
+    std::memset(name, 'x', sizeof name);
+    name[0] = '\0';
+    EXPECT_NE(find("A", name), nullptr);
+    EXPECT_EQ(std::string(name, 256), "TWO" + std::string(253, '\0')) << "padded over 256 bytes";
+    EXPECT_EQ(name[256], 'x');
+}
+
+TEST_P(FastChannel, NameOf256CharactersIsReceivedWithoutANul)
+{
+    const std::string full(256, 'n');
+    put(block_of_2010({A}).bytes(), full);
+    char name[257];
+    std::memset(name, 'x', sizeof name);
+    name[0] = '\0';
+    EXPECT_NE(find("A", name), nullptr);
+    EXPECT_EQ(std::string(name, 257), full + "x");
+}
+
+TEST_P(FastChannel, BlocksWithoutSubBlocksArePassedOverSilently)
+{
+    for (const int nchan : {0, -1, INT_MIN}) {
+        block_of_2010 none({A});
+        none.head.nchan = nchan;
+        put(none.bytes());
+    }
+    for (const int ltotal : {HEAD_2010, HEAD_2010 - 1, 0, -1, INT_MIN}) {
+        block_of_2010 none({A});
+        none.head.ltotal = ltotal;
+        put(none.bytes());
+    }
+    EXPECT_EQ(report("A"), "");
+    char* const sound = put(block_of_2010({A}).bytes());
+    EXPECT_EQ(find("A"), sound + HEAD_2010);
+}
+
+TEST_P(FastChannel, BlockTooShortForItsFirstSubHeadIsReported)
+{
+    for (const int behind : {1, SUBHEAD - 1}) {
+        next_event(ZRK4_EV_NORMAL);
+        block_of_2010 shortened({A, B});
+        shortened.head.ltotal = HEAD_2010 + behind;
+        put(shortened.bytes());
+        EXPECT_EQ(report("A"), outside("A", HEAD_2010 + behind, 0, 2));
+    }
+    next_event(ZRK4_EV_NORMAL);
+    block_of_2010 just({C});
+    just.head.ltotal = HEAD_2010 + SUBHEAD;
+    put(just.bytes());
+    EXPECT_NE(find("C"), nullptr);
+}
+
+TEST_P(FastChannel, NegativeLengthIsReportedWithTheBytesLeft)
+{
+    put(block_of_2010({A.says(-1), B}).bytes());
+    EXPECT_EQ(report("B"), negative("B", -1, A.data.size() + 2 * SUBHEAD + B.data.size()));
+    next_event(ZRK4_EV_NORMAL);
+    put(block_of_2010({A, B.says(INT_MIN), C}).bytes());
+    EXPECT_EQ(report("C"), negative("C", INT_MIN, B.ldata + C.ldata));
+}
+
+TEST_P(FastChannel, NegativeLengthIsSeenBeforeTheName)
+{
+    put(block_of_2010({A.says(-5)}).bytes());
+    EXPECT_EQ(report("A"), negative("A", -5, A.ldata));
+}
+
+TEST_P(FastChannel, NegativeLengthBehindTheChannelDoesNotMatter)
+{
+    char* const block = put(block_of_2010({A, B.says(-1)}).bytes());
+    EXPECT_EQ(find("A"), block + HEAD_2010);
+}
+
+TEST_P(FastChannel, LengthThatLeadsOutOfTheBlockIsReported)
+{
+    // Fewer bytes are left than a sub-head has.
+    put(block_of_2010({A, B.says(B.ldata + 1), C}).bytes());
+    EXPECT_EQ(report("C"), outside("C", block_of_2010({A, B, C}).head.ltotal, 2, 3));
+}
+
+TEST_P(FastChannel, WalkEndsSilentlyWithTheCount)
+{
+    block_of_2010 block({A, B.says(B.ldata + 1), C});
+    block.head.nchan = 2;
+    put(block.bytes());
+    EXPECT_EQ(report("C"), "") << "the count is tested before the place";
+}
+
+TEST_P(FastChannel, WalkEndsSilentlyWhenNothingIsLeft)
+{
+    block_of_2010 block({A, B});
+    block.head.nchan = INT_MAX;
+    put(block.bytes());
+    EXPECT_EQ(report("C"), "");
+    next_event(ZRK4_EV_NORMAL);
+    put(block_of_2010({A.says(INT_MAX), B}).bytes());
+    EXPECT_EQ(report("B"), "") << "a step far beyond the end leaves less than nothing";
+}
+
+TEST_P(FastChannel, LengthZeroEndsTheWalkOfItsBlockAlone)
+{
+    block_of_2010 block({A.says(0), B});
+    block.head.nchan = INT_MAX;
+    put(block.bytes());
+    char* const next = put(block_of_2010({B}).bytes());
+    EXPECT_NE(find("A"), nullptr) << "its name counts all the same";
+    EXPECT_EQ(out_of([&] { EXPECT_EQ(find("B"), next + HEAD_2010); }), "");
+}
+
+TEST_P(FastChannel, SubHeadsMayOverlap)
+{
+    constexpr int STEP = 100; // the second sub-head begins in the name field of the first
+    block_of_2010 block({C.says(STEP)});
+    block.behind.resize(SUBHEAD + STEP);
+    block.behind.replace(STEP, 2, "X", 2);
+    const int32_t ldata = SUBHEAD;
+    std::memcpy(&block.behind[STEP + 264], &ldata, sizeof ldata);
+    block.head.nchan = 2;
+    block.head.ltotal = HEAD_2010 + SUBHEAD + STEP;
+    char* const at = put(block.bytes());
+    EXPECT_EQ(find("X"), at + HEAD_2010 + STEP);
+}
+
+TEST_P(FastChannel, CorruptBlockEndsTheSearchOfTheEvent)
+{
+    put(block_of_2010({A.says(-1)}).bytes());
+    put(block_of_2010({B}).bytes());
+    EXPECT_EQ(report("B"), negative("B", -1, A.ldata));
+}
+
+TEST_P(FastChannel, ReportsHoldNamesOfAnyLength)
+{
+    const std::string name(2000, 'n');
+    put(block_of_2010({A.says(-1)}).bytes());
+    EXPECT_EQ(report(name.c_str()), negative(name, -1, A.ldata));
+}
+
+TEST_P(FastChannel, NothingIsReadBehindTheBuffer)
+{
+    // The next buffer holds what the block claims as its own: the walk must not get there.
+    constexpr int LEFT = LENGTH - HEAD_2010;
+    block_of_2010 liar({A.says(LEFT - SUBHEAD + 1)});
+    liar.head.ltotal = INT_MAX;
+    liar.head.nchan = INT_MAX;
+    put(liar.bytes());
+    char* const behind = bm.get_buffer_address(0, id) + HEAD_2010 + LEFT - SUBHEAD + 1;
+    const std::string bait = B.bytes();
+    std::memcpy(behind, bait.data(), bait.size());
+    EXPECT_EQ(report("B"), "");
+    // One byte earlier the sub-head is whole.
+    std::memmove(behind - 1, bait.data(), bait.size());
+    const int32_t to_it = LEFT - SUBHEAD;
+    std::memcpy(bm.get_buffer_address(0, id) + HEAD_2010 + 264, &to_it, sizeof to_it);
+    EXPECT_EQ(find("B"), behind - 1);
+}
+
+TEST_P(FastChannel, PartitionTooShortForAHeadHoldsNoBlock)
+{
+    for (const int length : {0, 7, 8, HEAD_2010 - 1}) {
+        next_event(ZRK4_EV_NORMAL);
+        const std::string name = "T_SHORT_" + std::to_string(length);
+        add_entry("SERVER", bm.add(name.c_str(), 2, length, false), 0);
+        EXPECT_EQ(report("A"), "") << length;
+    }
+}
+
+TEST_P(FastChannel, BadArgumentsFindNothing)
+{
+    put(block_of_2010({A}).bytes());
+    char channel[] = "A";
+    EXPECT_EQ(get_fast_channel_data(nullptr, entries.data(), nullptr, channel, &bm, nullptr), nullptr);
+    EXPECT_EQ(get_fast_channel_data(&slot_2010, nullptr, nullptr, channel, &bm, nullptr), nullptr);
+    EXPECT_EQ(get_fast_channel_data(&slot_2010, entries.data(), nullptr, channel, nullptr, nullptr), nullptr);
+    EXPECT_EQ(get_fast_channel_data_2024(nullptr, entries.data(), nullptr, channel, &bm, nullptr, nullptr), nullptr);
+    EXPECT_EQ(get_fast_channel_data_2024(&slot_2024, nullptr, nullptr, channel, &bm, nullptr, nullptr), nullptr);
+    EXPECT_EQ(get_fast_channel_data_2024(&slot_2024, entries.data(), nullptr, channel, nullptr, nullptr, nullptr),
+              nullptr);
+}
+
+TEST_P(FastChannel, SearchTakesNothingFromTheHeap)
+{
+    for (int i = 0; i < BUFFERS; ++i) put(block_of_2010({A, C}).bytes());
+    char name[256] = "";
+    const long before = allocations;
+    EXPECT_EQ(find("B", name), nullptr);
+    EXPECT_NE(find("C", name), nullptr);
+    EXPECT_EQ(allocations, before);
+}
+
+// ---- what the generations do differently ----------------------------------------------------------------------------
+
+using FastChannel2024 = FastChannelBase;
+using FastChannel2010 = FastChannelBase;
+
+TEST_F(FastChannel2024, EachBlockIsReadByItsOwnForm)
+{
+    for (int buffer = 0; buffer < 8; ++buffer) {
+        next_event(ZRK4_EV_NORMAL);
+        start_at_buffer(buffer);
+        char* const old_block = put(block_of_2010({A}).bytes());
+        char* const new_block = put(block_of_2024({C, B}).bytes());
+        auto* sub = find_as(reader::of_2024, "B", nullptr);
+        EXPECT_EQ(reinterpret_cast<char*>(sub), new_block + HEAD_2024 + C.ldata);
+        EXPECT_EQ(reinterpret_cast<char*>(h24), new_block);
+        EXPECT_EQ(h10, nullptr);
+        sub = find_as(reader::of_2024, "A", nullptr);
+        EXPECT_EQ(reinterpret_cast<char*>(sub), old_block + HEAD_2010);
+        EXPECT_EQ(reinterpret_cast<char*>(h10), old_block);
+        EXPECT_EQ(h24, nullptr);
+    }
+}
+
+TEST_F(FastChannel2024, SlotsPatternIsNotTested)
+{
+    put(block_of_2024({A}).bytes());
+    slot_2024.pattern = 0;
+    EXPECT_NE(find_as(reader::of_2024, "A", nullptr), nullptr);
+}
+
+TEST_F(FastChannel2024, LengthHas64Bits)
+{
+    block_of_2024 block({A, B.says(B.ldata + 1), C});
+    block.head.nchan = 1;
+    for (const int64_t ltotal : {INT64_MIN, int64_t{-1} << 32, int64_t{HEAD_2024}}) {
+        next_event(ZRK4_EV_NORMAL);
+        block.head.ltotal = ltotal;
+        put(block.bytes());
+        EXPECT_EQ(find_as(reader::of_2024, "A", nullptr), nullptr) << ltotal;
+    }
+    next_event(ZRK4_EV_NORMAL);
+    block.head.ltotal = INT64_MAX;
+    put(block.bytes());
+    EXPECT_NE(find_as(reader::of_2024, "A", nullptr), nullptr);
+    next_event(ZRK4_EV_NORMAL);
+    block = block_of_2024({A.says(-7)});
+    block.head.ltotal = INT64_MAX;
+    put(block.bytes());
+    EXPECT_EQ(out_of([&] { find_as(reader::of_2024, "A", nullptr); }), negative("A", -7, INT64_MAX - HEAD_2024));
+}
+
+TEST_F(FastChannel2024, CorruptionsAreReportedWithTheNumbersOfTheForm)
+{
+    block_of_2024 block({A, B.says(B.ldata + 1), C});
+    put(block.bytes());
+    const int64_t ltotal = block.head.ltotal;
+    EXPECT_EQ(out_of([&] { find_as(reader::of_2024, "C", nullptr); }), outside("C", ltotal, 2, 3));
+    next_event(ZRK4_EV_NORMAL);
+    block.head.ltotal = HEAD_2024 + 1;
+    put(block.bytes());
+    EXPECT_EQ(out_of([&] { find_as(reader::of_2024, "A", nullptr); }), outside("A", HEAD_2024 + 1, 0, 3));
+}
+
+TEST_F(FastChannel2024, PatternAloneTellsTheForm)
+{
+    block_of_2010 block({A});
+    block.head.time = {0xFBABBAFF, 0xFBABBAFE};
+    char* const at = put(block.bytes());
+    EXPECT_EQ(reinterpret_cast<char*>(find_as(reader::of_2024, "A", nullptr)), at + HEAD_2010);
+    next_event(ZRK4_EV_NORMAL);
+    block.head.time = {0, 0};
+    put(block.bytes());
+    EXPECT_NE(find_as(reader::of_2024, "A", nullptr), nullptr) << "all zeros are a 2010 block";
+}
+
+TEST_F(FastChannel2024, BufferTooShortForItsHeadHoldsNoBlock)
+{
+    const int short_id = bm.add("T_SHORT", 1, HEAD_2024 - 1, false);
+    std::memcpy(bm.get_buffer_address(0, short_id), &SB_PATTERN_2024, sizeof SB_PATTERN_2024);
+    add_entry("SERVER", short_id, 0);
+    EXPECT_EQ(find_as(reader::of_2024, "A", nullptr), nullptr);
+    EXPECT_EQ(check_bad_sb_data(&slot_2024, entries.data(), &bm), 0);
+}
+
+TEST_F(FastChannel2010, EveryBlockIsReadInThe2010Form)
+{
+    // In a 2024 block the 2010 number of sub-blocks lies in the server's name.
+    block_of_2024 block({A});
+    std::memset(block.head.server, 0, sizeof block.head.server);
+    put(block.bytes());
+    EXPECT_EQ(find_as(reader::of_2010, "A", nullptr), nullptr);
+    block_of_2010 old_block({A});
+    std::memcpy(&old_block.head.time, &SB_PATTERN_2024, sizeof SB_PATTERN_2024);
+    char* const at = put(old_block.bytes());
+    EXPECT_EQ(reinterpret_cast<char*>(find_as(reader::of_2010, "A", nullptr)), at + HEAD_2010);
+    EXPECT_EQ(reinterpret_cast<char*>(h10), at);
+}
+
+// ---- parameters of a block ------------------------------------------------------------------------------------------
+
+namespace {
+
+struct parameters {
+    time_stamp time{};
+    int length = 0;
+    long evid = 0;
+    int tmask = 0, status = 0, nchan = 0;
+};
+
+class BlockParameters : public reader_event {
+  protected:
+    /// @return 0 found, 1 not found.
+    int ask(const char* name, zrk4_event_slot_head_2024* slot = nullptr)
+    {
+        if (slot == nullptr) slot = &slot_2024;
+        return get_sb_param(slot, entries.data(), const_cast<char*>(name), &bm, &got.time, &got.length, &got.evid,
+                            &got.tmask, &got.status, &got.nchan);
+    }
+    parameters got;
+};
+
+using EmptyBlocks = reader_event;
+
+} // namespace
+
+TEST_F(BlockParameters, AreReadByTheBlocksForm)
+{
+    for (int buffer = 0; buffer < 8; ++buffer) {
+        next_event(ZRK4_EV_NORMAL);
+        start_at_buffer(buffer);
+        put(block_of_2010({A, B}).bytes(), "OLD");
+        block_of_2024 wide({A});
+        wide.head.mpulse = int64_t{1} << 40;
+        wide.head.tmask = 0x0F;
+        put(wide.bytes(), "NEW");
+
+        EXPECT_EQ(ask("OLD"), 0) << "0 is found";
+        EXPECT_EQ(+got.time.timeup, 1700000000U);
+        EXPECT_EQ(+got.time.timelow, 123456U);
+        EXPECT_EQ(got.length, A.ldata + B.ldata);
+        EXPECT_EQ(got.evid, -42) << "widened with its sign";
+        EXPECT_EQ(got.tmask, 0xF0);
+        EXPECT_EQ(got.status, 3);
+        EXPECT_EQ(got.nchan, 2);
+
+        EXPECT_EQ(ask("NEW"), 0);
+        EXPECT_EQ(+got.time.timeup, 1700000000U);
+        EXPECT_EQ(got.length, A.ldata);
+        EXPECT_EQ(got.evid, int64_t{1} << 40);
+        EXPECT_EQ(got.tmask, 0x0F);
+        EXPECT_EQ(got.nchan, 1);
+    }
+}
+
+TEST_F(BlockParameters, AreFoundFromASlotOfEitherForm)
+{
+    put(block_of_2024({A}).bytes(), "NEW");
+    slot_2024.sbfilled = 0;
+    EXPECT_EQ(ask("NEW"), 1);
+    EXPECT_EQ(ask("NEW", either_2010()), 0);
+    set_filled(0);
+    slot_2024.sbfilled = 1;
+    EXPECT_EQ(ask("NEW"), 0);
+    EXPECT_EQ(ask("NEW", either_2010()), 1);
+}
+
+TEST_F(BlockParameters, OfSeveralBlocksOfANameAreTheFirstOnes)
+{
+    add_entry("TWICE", id, -1);
+    add_entry("TWICE", 0, 1);
+    start_at_buffer(2);
+    put(block_of_2010({A}).bytes(), "TWICE");
+    put(block_of_2010({A, B}).bytes(), "TWICE");
+    EXPECT_EQ(ask("TWICE"), 0);
+    EXPECT_EQ(got.nchan, 1);
+}
+
+TEST_F(BlockParameters, AreNotFoundForBadArgumentsOrUnknownNames)
+{
+    put(block_of_2010({A}).bytes(), "ONE");
+    got.nchan = -77;
+    EXPECT_EQ(ask(nullptr), 1);
+    EXPECT_EQ(ask(""), 1);
+    EXPECT_EQ(ask("ON"), 1);
+    EXPECT_EQ(ask("ONE "), 1);
+    EXPECT_EQ(ask("TWO"), 1);
+    for (const int filled : {0, -1, INT_MIN}) {
+        set_filled(filled);
+        EXPECT_EQ(ask("ONE"), 1) << filled;
+    }
+    EXPECT_EQ(got.nchan, -77) << "outputs stay";
+    char name[] = "ONE";
+    EXPECT_EQ(get_sb_param(nullptr, entries.data(), name, &bm, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
+              1);
+}
+
+TEST_F(BlockParameters, OfAnEmptyNameAreNotFoundEvenIfABlockHasNone)
+{
+    put(block_of_2010({A}).bytes(), "");
+    EXPECT_EQ(ask(""), 1);
+}
+
+TEST_F(BlockParameters, AreNotFoundWhenTheBlockCannotBeHad)
+{
+    add_entry("ONE", id, BUFFERS);
+    put(block_of_2010({A}).bytes(), "ONE");
+    EXPECT_EQ(ask("ONE"), 1);
+}
+
+TEST_F(BlockParameters, AreGivenForRunControlEventsToo)
+{
+    put(block_of_2010({A}).bytes(), "ONE");
+    for (int type = 0; type < ZRK4_EV_EVMAX; ++type) {
+        set_type(type);
+        EXPECT_EQ(ask("ONE"), 0) << type;
+    }
+}
+
+TEST_F(BlockParameters, LengthIsCutTo32Bits)
+{
+    const std::pair<int64_t, int> lengths[] = {{0, -HEAD_2024},
+                                               {-1, -HEAD_2024 - 1},
+                                               {(int64_t{5} << 32) + HEAD_2024 + 7, 7},
+                                               {INT64_MAX, -1 - HEAD_2024},
+                                               {INT64_MIN, -HEAD_2024}};
+    for (const auto& [ltotal, length] : lengths) {
+        next_event(ZRK4_EV_NORMAL);
+        block_of_2024 block({A});
+        block.head.ltotal = ltotal;
+        put(block.bytes(), "ONE");
+        EXPECT_EQ(ask("ONE"), 0);
+        EXPECT_EQ(got.length, length) << ltotal;
+    }
+    next_event(ZRK4_EV_NORMAL);
+    block_of_2010 block({A});
+    block.head.ltotal = INT_MIN;
+    put(block.bytes(), "ONE");
+    EXPECT_EQ(ask("ONE"), 0);
+    EXPECT_EQ(got.length, INT_MAX - HEAD_2010 + 1);
+}
+
+TEST_F(BlockParameters, NeedNoOutputs)
+{
+    put(block_of_2010({A}).bytes(), "ONE");
+    char name[] = "ONE";
+    EXPECT_EQ(get_sb_param(&slot_2024, entries.data(), name, &bm, nullptr, nullptr, nullptr, nullptr, nullptr, nullptr),
+              0);
+}
+
+TEST_F(EmptyBlocks, AreThoseThatCountExactlyNone)
+{
+    put(block_of_2010({}).bytes());
+    put(block_of_2024({}).bytes());
+    put(block_of_2010({A}).bytes());
+    put(block_of_2024({A, B}).bytes());
+    block_of_2010 negative_count({A});
+    negative_count.head.nchan = -1;
+    put(negative_count.bytes());
+    EXPECT_EQ(check_bad_sb_data(&slot_2024, entries.data(), &bm), 2);
+    EXPECT_EQ(check_bad_sb_data(either_2010(), entries.data(), &bm), 2);
+}
+
+TEST_F(EmptyBlocks, AreCountedInAsManyEntriesAsAreFilledByTheSlotsForm)
+{
+    put(block_of_2010({}).bytes());
+    put(block_of_2010({}).bytes());
+    slot_2010.sbfilled = 1;
+    EXPECT_EQ(check_bad_sb_data(&slot_2024, entries.data(), &bm), 2);
+    EXPECT_EQ(check_bad_sb_data(either_2010(), entries.data(), &bm), 1);
+    for (const int filled : {0, -1, INT_MIN}) {
+        set_filled(filled);
+        EXPECT_EQ(check_bad_sb_data(&slot_2024, entries.data(), &bm), 0);
+        EXPECT_EQ(check_bad_sb_data(either_2010(), entries.data(), &bm), 0);
+    }
+}
+
+TEST_F(EmptyBlocks, AreNotCountedInRunControlEventsAndOnlyNotThere)
+{
+    put(block_of_2010({}).bytes());
+    for (int type = 0; type < ZRK4_EV_EVMAX; ++type) {
+        set_type(type);
+        const int counted = type >= ZRK4_EV_BOR && type <= ZRK4_EV_UPD ? 0 : 1;
+        EXPECT_EQ(check_bad_sb_data(&slot_2024, entries.data(), &bm), counted) << type;
+        EXPECT_EQ(check_bad_sb_data(either_2010(), entries.data(), &bm), counted) << type;
+    }
+}
+
+TEST_F(EmptyBlocks, HolesAndBlocksThatCannotBeHadAreNone)
+{
+    put(block_of_2010({}).bytes());
+    add_entry("SERVER", 0, 0);
+    add_entry("SERVER", id, -1);
+    add_entry("SERVER", id, BUFFERS);
+    add_entry("SERVER", id + 1000, 0);
+    EXPECT_EQ(check_bad_sb_data(&slot_2024, entries.data(), &bm), 1);
+    EXPECT_EQ(check_bad_sb_data(nullptr, entries.data(), &bm), 0);
+    EXPECT_EQ(check_bad_sb_data(&slot_2024, nullptr, &bm), 0);
+    EXPECT_EQ(check_bad_sb_data(&slot_2024, entries.data(), nullptr), 0);
+}
