@@ -98,6 +98,14 @@ void say_plain(const char* fmt, ...)
     va_end(args);
 }
 
+void say_error(const char* fmt, ...)
+{
+    va_list args;
+    va_start(args, fmt);
+    keep_or_write(kind::error, formatted(fmt, args));
+    va_end(args);
+}
+
 void say_perror(const char* prefix)
 {
     keep_or_write(kind::error, std::string(prefix) + ": " + std::strerror(errno) + "\n");

@@ -29,6 +29,8 @@ class text_later {
 __attribute__((format(printf, 1, 2))) void say(const char* fmt, ...);
 /// Text for standard output as it stands, cut at 511 characters.
 __attribute__((format(printf, 1, 2))) void say_plain(const char* fmt, ...);
+/// Text for standard error, cut at 511 characters.
+__attribute__((format(printf, 1, 2))) void say_error(const char* fmt, ...);
 /// What perror() writes, with the text of `errno` as it is now.
 void say_perror(const char* prefix);
 /// A flush of standard output / of all output, in its place among the texts.

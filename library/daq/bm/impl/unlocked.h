@@ -3,6 +3,7 @@
 #ifndef ZRK4_IMPL_UNLOCKED_H
 #define ZRK4_IMPL_UNLOCKED_H
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
@@ -41,6 +42,21 @@ inline int32_t word_unlocked(const void* at)
     int32_t word;
     copy_unlocked(&word, at, sizeof word);
     return word;
+}
+
+/// Writes a record that others read without a lock.
+template <class Record> void write_unlocked(Record* to, const Record& value)
+{
+    static_assert(std::is_trivially_copyable_v<Record> && sizeof(Record) % sizeof(shared_word) == 0);
+    copy_unlocked(to, &value, sizeof value);
+}
+
+/// Writes a 4-byte field after everything that was written before it; the processor keeps the order by itself.
+template <class Field> __attribute__((no_sanitize("thread"))) void store_released(void* to, Field value)
+{
+    static_assert(sizeof(Field) == sizeof(shared_word));
+    std::atomic_signal_fence(std::memory_order_release);
+    static_cast<volatile shared_word*>(to)->value = static_cast<uint32_t>(value);
 }
 
 } // namespace zrk4::impl

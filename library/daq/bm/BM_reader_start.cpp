@@ -1,0 +1,161 @@
+// Start and end of the reader thread and its socket.
+#include "BM.h"
+
+#include <cstdio>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include "bm_core.h"
+#include "signal_thread.h"
+#include "text_later.h"
+
+using namespace zrk4::impl;
+
+thread_local bool zrk4::impl::is_reader_thread = false;
+
+namespace {
+
+void take_no_action(int /*signal*/) {}
+
+// No restart: a blocking recv() must return when the signal comes.
+void install_empty_handler()
+{
+    struct sigaction action {};
+    action.sa_handler = take_no_action;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = 0;
+    sigaction(SIGABRT, &action, nullptr);
+}
+
+// A socket of default size loses notifications, silently, behind the 256th. What the host does not grant is not missed.
+void widen(int socket)
+{
+    const int bytes = 8 * 1024 * 1024;
+    if (setsockopt(socket, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes) != 0)
+        setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes);
+}
+
+// With the option left on, the system may give another reader the same port, and that one would get every datagram.
+// Datagrams of other hosts are kept out where the system lets us.
+void keep_to_ourselves(int socket)
+{
+    const int off = 0;
+    setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &off, sizeof off);
+    static constexpr char loopback[] = "lo";
+    setsockopt(socket, SOL_SOCKET, SO_BINDTODEVICE, loopback, sizeof loopback);
+}
+
+} // namespace
+
+// @return true on failure; `qid` is then -1, or, where the steps go on regardless, `port` is.
+bool bm_core::open_reader_socket(BM& bm)
+{
+    // One that only sent notifications so far makes room for one that receives as well.
+    const int sender = bm.qid.exchange(-1);
+    if (sender != -1) close(sender);
+    const int made = socket(AF_INET, SOCK_DGRAM, 0);
+    if (made < 0) {
+        say_perror("socket");
+        say_plain("Failed to create socket\n");
+        return true;
+    }
+    const auto fail = [&](const char* call, const char* text) {
+        say_perror(call);
+        close(made);
+        say_plain("%s", text);
+        return true;
+    };
+    const int on = 1;
+    if (setsockopt(made, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0)
+        return fail("setsockopt", "Failed to set socket option\n");
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_ANY);
+    if (bind(made, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0)
+        return fail("bind", "Failed to bind\n");
+    socklen_t length = sizeof address;
+    if (getsockname(made, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+        // The thread is started all the same; without a port nobody subscribes with it.
+        fail("getsockname", "Failed to getsockname\n");
+        return false;
+    }
+    keep_to_ourselves(made);
+    widen(made);
+    bm.port = ntohs(address.sin_port);
+    bm.qid = made;
+    return false;
+}
+
+bool BM::start_reader()
+{
+    if (port >= 0) return false;
+    const text_later texts;
+    pthread_attr_t attributes;
+    if (pthread_attr_init(&attributes) != 0) {
+        say_plain("Failed to init attribute for the thread\n");
+        return true;
+    }
+    if (bm_core::open_reader_socket(*this)) {
+        pthread_attr_destroy(&attributes);
+        return true;
+    }
+    install_empty_handler();
+    const sigset_t before = unblock_abort();
+    ++own->reader_generation;
+    reader_go = true;
+    if (pthread_create(&rid, &attributes, reader_thread, this) != 0) {
+        say_plain("Failed to start reader thread\n");
+        if (qid != -1) close(qid);
+        reader_go = false;
+        rid = static_cast<pthread_t>(-1);
+        port = -1;
+        qid = -1;
+    }
+    pthread_sigmask(SIG_SETMASK, &before, nullptr);
+    pthread_attr_destroy(&attributes);
+    return qid < 1;
+}
+
+void* reader_thread(void* bm)
+{
+    block_program_signals();
+    static_cast<BM*>(bm)->reader_exec();
+    return nullptr;
+}
+
+bool bm_core::has_reader_thread(const BM& bm) { return bm.rid != 0 && bm.rid != static_cast<pthread_t>(-1); }
+
+bool BM::stop_reader()
+{
+    const text_later texts;
+    if (bm_core::has_reader_thread(*this)) {
+        reader_go = false;
+        const thread_end end = signal_and_join(rid, [this] { return own->in_callback.load(); });
+        if (end == thread_end::not_signalled)
+            say_plain("Failed to kill my reading thread: %ld\n", static_cast<long>(rid));
+        if (end == thread_end::not_joined) {
+            // The last reader was unsubscribed inside the callback: the thread ends by itself, behind it.
+            say_plain("Joining reading thread failed \n");
+            pthread_detach(rid);
+        }
+        rid = static_cast<pthread_t>(-1);
+    }
+    int own_port = port;
+    remove_queue(&own_port);
+    return false;
+}
+
+void BM::remove_queue(int* id)
+{
+    if (*id < 0) return;
+    // The queue of another process is not ours to close.
+    if (*id == port) {
+        const int socket = qid.exchange(-1);
+        if (socket != -1) close(socket);
+        port = -1;
+    }
+    *id = -1;
+}
