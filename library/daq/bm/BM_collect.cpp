@@ -8,6 +8,7 @@
 #include "event_id.h"
 #include "evutl.h"
 #include "names.h"
+#include "pool_block.h"
 #include "text_later.h"
 
 using namespace zrk4::impl;
@@ -96,7 +97,7 @@ template <class Form> bool bm_core::collect(BM& bm, ZRK4_EVTYPE evtype, int id, 
         say("ev_update(): invalid parameter(s) evtype: %d id: %d bnum: %d", evtype, id, bnum);
         return true;
     }
-    char* at = bm.get_buffer_address(bnum, id, true);
+    char* at = block_in_pool(bm, bnum, id);
     if (at == nullptr) {
         say("ev_update(): failed to get the buffer address bnum:%d id:%d", bnum, id);
         return true;
@@ -137,7 +138,7 @@ entered bm_core::enter(BM& bm, ZRK4_EVTYPE evtype, int id, int bnum, int slot_nu
         say("ev_update(): invalid parameter(s) evtype: %d id: %d bnum: %d slot: %d", evtype, id, bnum, slot_number);
         return entered::refused;
     }
-    const new_block block{evtype, id, bnum, bm.get_buffer_address(bnum, id, true)};
+    const new_block block{evtype, id, bnum, block_in_pool(bm, bnum, id)};
     if (block.at == nullptr) {
         say("ev_update(): failed to get the buffer address");
         return entered::refused;

@@ -7,6 +7,7 @@
 
 #include "bm_core.h"
 #include "kernel_limits.h"
+#include "partition_test.h"
 #include "text_later.h"
 #include "zero_fill.h"
 
@@ -211,10 +212,7 @@ bool bm_core::refuse_or_remove(BM& bm, const partition_plan& plan, C_shm_buffer*
         const C_shm_kill removed(plan.name);
     }
     // Another user's partition withstands: without this look its removal would be tried for ever.
-    C_shm again;
-    const bool withstood = !again.find(plan.name) && decimal_stat(again, "shmid") == id;
-    again.keep(true);
-    return withstood;
+    return is_partition(id);
 }
 
 // Buffer 0 of a new partition is taken for its control record and never handed out again. A client partition that is

@@ -177,7 +177,7 @@ template <class Form> class bm_core::monitor {
         bool go_on = true;
         for_each_held_slot(*bm_.cl_buf, [&](int j) {
             if (go_on) go_on = throw_out_if_dead(j);
-            return true;
+            return is_handed_out(*bm_.cl_buf, j);
         });
         return go_on;
     }

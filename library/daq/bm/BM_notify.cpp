@@ -9,6 +9,7 @@
 #include "block_form.h"
 #include "bm_core.h"
 #include "client_slot.h"
+#include "pool_block.h"
 #include "text_later.h"
 
 using namespace zrk4::impl;
@@ -204,7 +205,7 @@ template <class Form> void bm_core::say_if_incomplete(BM& bm, const event_slot<F
         const zrk4_client_sblock_data& entry = slot.entries()[i];
         if (is_hole(entry)) {
             say("------------------------UUuups BAD SHMID: %d or BNUM:%d", entry.shmid, entry.bnum);
-        } else if (const char* at = bm.get_buffer_address(entry.bnum, entry.shmid, true)) {
+        } else if (const char* at = block_in_pool(bm, entry.bnum, entry.shmid)) {
             say_block_head(at);
         }
     }

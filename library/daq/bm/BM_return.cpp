@@ -5,6 +5,7 @@
 
 #include "block_form.h"
 #include "bm_core.h"
+#include "pool_block.h"
 #include "text_later.h"
 
 using namespace zrk4::impl;
@@ -86,7 +87,8 @@ template <class Form> bool bm_core::return_block(BM& bm, const event_slot<Form>&
     if (shmid == 0 || bnum < 0) return false;
     bool failed = false;
     const char* at = bm.get_buffer_address(bnum, shmid, true);
-    if (at != nullptr && free_flag != 0) say_cleaning<Form>(i, entry, at, slot.head());
+    if (at != nullptr && free_flag != 0 && block_in_pool(bm, bnum, shmid) != nullptr)
+        say_cleaning<Form>(i, entry, at, slot.head());
     entry.bnum = -1;
     if (at != nullptr && bm.return_buffer_in_pool(bnum, shmid)) {
         say("free_ev_slot(): failed to free id: %d bnum: %d", shmid, bnum);
@@ -103,7 +105,7 @@ bool BM::return_buffer_in_pool_ext(ZRK4_EVTYPE evtype, int bnum, int id)
         say("return_buffer_in_pool_ext(): invalid parameter(s) evtype: %d id: %d bnum: %d", evtype, id, bnum);
         return true;
     }
-    char* block = get_buffer_address(bnum, id, true);
+    char* block = block_in_pool(*this, bnum, id);
     if (block == nullptr) {
         say("return_buffer_in_pool_ext(): failed to get the buffer address");
         return true;

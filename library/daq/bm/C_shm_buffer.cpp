@@ -60,7 +60,7 @@ char* C_shm_buffer::get_buffer(int flags, bool multi)
             bool interrupted = false;
             taken = pop_reusable(interrupted);
             if (interrupted) return nullptr;
-            if (taken != NONE) change_without_undo(global()->gbl_semid, gbl_full, -1, wait);
+            if (taken != NONE) change_without_undo(global()->gbl_semid, gbl_full, -1, IPC_NOWAIT);
         }
     }
     bufptr[taken].status = 0;
@@ -117,8 +117,8 @@ int C_shm_buffer::pop_reusable(bool& interrupted)
 
 bool C_shm_buffer::return_buffer()
 {
-    const int current = std::exchange(ibuf, NONE);
-    return current < 0 || return_buffer(current);
+    if (ibuf < 0 || !accessed) return true;
+    return return_buffer(std::exchange(ibuf, NONE));
 }
 
 bool C_shm_buffer::return_buffer(char* addr)

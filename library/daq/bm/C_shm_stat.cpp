@@ -48,10 +48,13 @@ std::string last_id(const C_shm_global* g)
     return g->full.empty() || tail < 0 || tail >= g->nbuf ? "-0" : decimal(descriptors_of(g)[tail].data_ID);
 }
 
-// Gives the stream its number format back.
+// Plain decimal numbers to the right of their columns, whatever the stream was set to; gives it its format back.
 class decimal_stream {
   public:
-    explicit decimal_stream(std::ostream& os) : os_(os), flags_(os.flags()), fill_(os.fill(' ')) { os << std::dec; }
+    explicit decimal_stream(std::ostream& os)
+        : os_(os), flags_(os.flags(std::ios::dec | std::ios::right)), fill_(os.fill(' '))
+    {
+    }
     ~decimal_stream()
     {
         os_.flags(flags_);

@@ -1,0 +1,37 @@
+/// @file
+/// A server block where an event, or its writer, says that it lies.
+#ifndef ZRK4_IMPL_POOL_BLOCK_H
+#define ZRK4_IMPL_POOL_BLOCK_H
+
+#include "C_shm_mpool.h"
+#include "block_form.h"
+#include "geometry.h"
+#include "partition_state.h"
+
+namespace zrk4::impl {
+
+/// Whether the head of a block at `offset` in a segment of `part` can be read. The kernel maps whole pages, and what lies
+/// behind a short buffer is the next one: only the end of the last page is an end.
+inline bool has_readable_head(const C_shm_buffer& part, const char* at)
+{
+    constexpr int64_t PAGE = 4096;
+    const int64_t offset = at - reinterpret_cast<const char*>(&control_of(part));
+    const auto size = static_cast<int64_t>(segment_size(part.getBufferCount(), part.getBufferLength()));
+    const int64_t left = (size + PAGE - 1) / PAGE * PAGE - offset;
+    if (offset < 0 || left < static_cast<int64_t>(sizeof(uint64_t))) return false;
+    const size_t head = is_2024(at) ? sizeof(zrk4_serv_block_head_2024) : sizeof(zrk4_serv_block_head_2010);
+    return left >= static_cast<int64_t>(head);
+}
+
+/// Address of buffer `bnum` of partition `shmid`, which is attached when it is not yet in the pool; null when there is
+/// none, or none with room for a block's head.
+inline char* block_in_pool(C_shm_mpool& pool, int bnum, int shmid)
+{
+    char* at = pool.get_buffer_address(bnum, shmid, true);
+    const C_shm_buffer* part = at != nullptr ? pool.find_by_id(shmid) : nullptr;
+    return part != nullptr && has_readable_head(*part, at) ? at : nullptr;
+}
+
+} // namespace zrk4::impl
+
+#endif
