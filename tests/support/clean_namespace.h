@@ -13,8 +13,9 @@ namespace zrk4::test {
 /// mapped) or a semaphore set behind. A case that leaves one on purpose says so with clear_ipc_namespace() at its end.
 class CleanNamespace : public testing::Test {
   protected:
-    void SetUp() override { clear_ipc_namespace(); }
-    void TearDown() override
+    // In constructor and destructor: members of the derived fixture may be partitions.
+    CleanNamespace() { clear_ipc_namespace(); }
+    ~CleanNamespace() override
     {
         EXPECT_EQ(segments_in_namespace(), 0) << "segments left behind";
         EXPECT_EQ(semaphore_sets_in_namespace(), 0) << "semaphore sets left behind";

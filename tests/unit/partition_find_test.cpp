@@ -36,11 +36,7 @@ class PartitionFind : public CleanNamespace {
         part.keep(true);
         part.add_shmid_entry(shmid_of(part));
     }
-    void TearDown() override
-    {
-        clear_ipc_namespace();
-        CleanNamespace::TearDown();
-    }
+    ~PartitionFind() override { clear_ipc_namespace(); }
 };
 
 TEST_F(PartitionFind, AttachesWithoutAccess)
