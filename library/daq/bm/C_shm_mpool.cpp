@@ -12,6 +12,9 @@ namespace {
 
 int number(const C_shm_buffer& p, const char* key) { return std::stoi(p.getStat(key)); }
 
+// What the report answers to "lbuf", without the way through text on the path of every event.
+int length_now(const C_shm_buffer& p) { return p.found() ? p.getBufferLength() : 0; }
+
 } // namespace
 
 C_shm_mpool::labels C_shm_mpool::labels_of(const C_shm_buffer& p)
@@ -97,7 +100,8 @@ void C_shm_mpool::insert(C_shm_buffer* p, const labels& seen)
     if (!listed) buffers_sz.emplace(seen.length, p);
 }
 
-// Name and id go by p's own, even where a newer object has taken them over.
+// Name and id go by p's own, even where a newer object has taken them over. A partition that was removed under its handle
+// answers neither: its entries go by the object, or they would outlive it.
 void C_shm_mpool::unmap_buffer(C_shm_buffer* p)
 {
     const labels seen = labels_of(*p);
@@ -106,6 +110,9 @@ void C_shm_mpool::unmap_buffer(C_shm_buffer* p)
     if (at != buffers_sz.end()) buffers_sz.erase(at);
     buffers_names.erase(seen.name);
     buffers_ids.erase(seen.id);
+    if (p->found()) return;
+    std::erase_if(buffers_names, [&](const auto& e) { return e.second == p; });
+    std::erase_if(buffers_ids, [&](const auto& e) { return e.second == p; });
 }
 
 bool C_shm_mpool::remove_found(C_shm_buffer* p)
@@ -142,7 +149,7 @@ char* C_shm_mpool::get_buffer_from_pool(int flags, int size, int* shmid, int* bn
     char* addr = nullptr;
     if (shmid != nullptr && *shmid > 0) {
         from = find_by_id(*shmid);
-        if (from == nullptr || size > from->getBufferLength()) return nullptr;
+        if (from == nullptr || size > length_now(*from)) return nullptr;
         addr = from->get_buffer(flags, /*multi=*/true);
     } else {
         for (C_shm_buffer* fitting : at_least(size)) {
