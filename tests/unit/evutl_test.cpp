@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <ctime>
 #include <map>
+#include <new>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -17,6 +18,18 @@
 #include "sub_blocks.h"
 
 using namespace zrk4::test;
+
+// A heap that can be told to be empty. Not inlined, or the compiler takes new and free for a mismatched pair.
+static bool heap_is_empty = false;
+
+__attribute__((noinline)) void* operator new(size_t size)
+{
+    void* at = heap_is_empty ? nullptr : std::malloc(size);
+    if (at == nullptr) throw std::bad_alloc();
+    return at;
+}
+__attribute__((noinline)) void operator delete(void* at) noexcept { std::free(at); }
+__attribute__((noinline)) void operator delete(void* at, size_t) noexcept { std::free(at); }
 
 namespace {
 
@@ -490,4 +503,28 @@ TEST(RunBlockMerge, OfABlockIntoItselfChangesNothing)
     placed_bytes env(TWO_VALUES.bytes(), 0);
     EXPECT_FALSE(copy_env_entries_2010(env.at(), env.at()));
     EXPECT_EQ(std::string(env.at(), TWO_VALUES.bytes().size()), TWO_VALUES.bytes());
+}
+
+TEST(RunBlockMerge, WithoutMemoryFailsAndLeavesTheCopy)
+{
+    placed_bytes env(TWO_VALUES.bytes(), 0);
+    placed_bytes fresh(env_block(env_record(20, 9.F)).bytes(), 0);
+    heap_is_empty = true;
+    const bool failed = copy_env_entries_2010(env.at(), fresh.at());
+    heap_is_empty = false;
+    EXPECT_TRUE(failed);
+    EXPECT_EQ(std::string(env.at(), TWO_VALUES.bytes().size()), TWO_VALUES.bytes());
+}
+
+TEST(SlowChannels, AreFoundWithoutMemory)
+{
+    placed_bytes upd(TWO_UPDATES.bytes(), 0);
+    placed_bytes env(TWO_VALUES.bytes(), 0);
+    placed_bytes dict(TWO_NAMES.bytes(), 0);
+    heap_is_empty = true;
+    const bool not_updated = find_upd_channel_2010(upd.at(), "VOLT", nullptr);
+    const bool not_measured = find_slow_channel_2010(env.at(), dict.at(), "VOLT", nullptr);
+    heap_is_empty = false;
+    EXPECT_FALSE(not_updated) << "false is found";
+    EXPECT_FALSE(not_measured) << "false is found";
 }

@@ -2,16 +2,31 @@
 #include <array>
 #include <climits>
 #include <cstdio>
+#include <stdexcept>
 #include <thread>
 
+#include <dlfcn.h>
+#include <malloc.h>
 #include <stdio_ext.h>
+#include <sys/resource.h>
 
 #include <gtest/gtest.h>
 
 #include "captured_output.h"
+#include "evutl.h"
 #include "reader_event.h"
 
 using namespace zrk4::test;
+
+// A site's event utilities may throw: this stands in front of ours.
+static bool merges_throw = false;
+
+bool copy_upd_entries_2010(char* copy, char* fresh)
+{
+    if (merges_throw) throw std::runtime_error("merge");
+    static const auto ours = reinterpret_cast<bool (*)(char*, char*)>(dlsym(RTLD_NEXT, "copy_upd_entries_2010"));
+    return ours(copy, fresh);
+}
 
 namespace {
 
@@ -360,6 +375,63 @@ TEST_P(LocalCopies, LengthsThatCannotBeAllocatedAreReported)
         EXPECT_EQ(local_env_copy_, nullptr);
     }
 }
+
+TEST_P(LocalCopies, MergeThatThrowsGivesTheMutexBack)
+{
+    event(ZRK4_EV_UPD, {UPD});
+    next_event(ZRK4_EV_UPD);
+    put(block_of_2010({LATER_UPD}).bytes());
+    merges_throw = true;
+    EXPECT_THROW(update(), std::runtime_error);
+    EXPECT_THROW(query_as(GetParam(), "VOLT", nullptr), std::runtime_error) << "and does not wait for ever";
+    merges_throw = false;
+    EXPECT_FALSE(update());
+    EXPECT_EQ(bytes_of_copy(local_upd_copy_), MERGED_UPD);
+}
+
+// The sanitizers' own memory cannot be limited.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__) && !defined(__clang__)
+namespace {
+
+/// No mapping can be made for the life of this.
+class no_more_memory {
+  public:
+    no_more_memory()
+    {
+        getrlimit(RLIMIT_AS, &before_);
+        const rlimit now{0, before_.rlim_max};
+        setrlimit(RLIMIT_AS, &now);
+    }
+    ~no_more_memory() { setrlimit(RLIMIT_AS, &before_); }
+    no_more_memory(const no_more_memory&) = delete;
+    no_more_memory& operator=(const no_more_memory&) = delete;
+
+  private:
+    rlimit before_{};
+};
+
+} // namespace
+
+TEST_P(LocalCopies, MemoryThatCannotBeHadIsReported)
+{
+    constexpr int MUCH = 8 << 20;
+    mallopt(M_MMAP_THRESHOLD, MUCH / 2); // so much is never left over in the heap
+    const int large = bm.add("T_LARGE", 1, 2 * MUCH, /*sems=*/false);
+    const sub_block upd("UPD", ZRK4_UPD_BLOCK_2010, std::string(MUCH, 'x'));
+    const std::string block = block_of_2010({upd, EOR}).bytes();
+    std::memcpy(bm.get_buffer_address(0, large), block.data(), block.size());
+    const auto update_without_memory = [&](int type) {
+        next_event(type);
+        add_entry("SERVER", large, 0);
+        const no_more_memory none;
+        return update();
+    };
+    const char* const report = "Failed to allocate memory for the local copy of UPD\n";
+    EXPECT_EQ(out_of([&] { EXPECT_TRUE(update_without_memory(ZRK4_EV_UPD)); }), report);
+    EXPECT_EQ(out_of([&] { EXPECT_FALSE(update_without_memory(ZRK4_EV_EOR)); }), report) << "an end of run goes on";
+    EXPECT_COPIES("none", "none", "none", "none", EOR.bytes());
+}
+#endif
 
 TEST_P(LocalCopies, NothingIsTakenFromBehindTheBlock)
 {
