@@ -1,5 +1,5 @@
 // One operation on one semaphore: how often it asks the kernel, and what it makes of the answers.
-#include "semaphore.h"
+#include "sem_change.h"
 
 #include <cerrno>
 

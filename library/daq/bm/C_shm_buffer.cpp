@@ -9,7 +9,7 @@
 #include <sys/sem.h>
 
 #include "own_pid.h"
-#include "semaphore.h"
+#include "sem_change.h"
 #include "text_later.h"
 #include "unlocked.h"
 

@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include "C_shm.h"
-#include "semaphore.h"
+#include "sem_change.h"
 #include "text_later.h"
 
 using namespace zrk4::impl;

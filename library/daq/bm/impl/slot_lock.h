@@ -11,7 +11,7 @@
 
 #include "C_shm_buffer.h"
 #include "partition_state.h"
-#include "semaphore.h"
+#include "sem_change.h"
 
 namespace zrk4::impl {
 

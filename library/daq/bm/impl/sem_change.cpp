@@ -1,4 +1,4 @@
-#include "semaphore.h"
+#include "sem_change.h"
 
 #include <cerrno>
 #include <chrono>

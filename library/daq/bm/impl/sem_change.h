@@ -1,7 +1,7 @@
 /// @file
 /// One operation on one semaphore of a System V set.
-#ifndef ZRK4_IMPL_SEMAPHORE_H
-#define ZRK4_IMPL_SEMAPHORE_H
+#ifndef ZRK4_IMPL_SEM_CHANGE_H
+#define ZRK4_IMPL_SEM_CHANGE_H
 
 #include <cstdint>
 
