@@ -1,0 +1,87 @@
+// Writes a file that file_send streams: each piece goes from its buffer, where it lies, to its place in the file.
+//   file_receive --file PATH [--records 2010|2024]
+#include <atomic>
+#include <cstdio>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "common.h"
+
+namespace {
+
+constexpr ZRK4_EVTYPE EVENT = ZRK4_EV_IMAGE;
+
+struct piece_head {
+    int64_t offset, file_size;
+};
+
+class receiver : public BM {
+  public:
+    receiver(int file, const options& given) : file_(file) { configure(*this, given); }
+    ~receiver() override { all_clean_up(); } // ends the reader thread before what it uses
+
+    /// Runs in the reader thread. Events may come out of order; every piece knows its place.
+    void event_handler(void* head, zrk4_client_sblock_data* first) override
+    {
+        for (int i = 0; i < blocks_in(get_evid_64bit_mode(), head); ++i) {
+            char* block = get_buffer_address(first[i].bnum, first[i].shmid, true);
+            if (block == nullptr || !write_piece(block)) state_ = FAILED;
+        }
+        if (state_ == RUNNING && left_ == 0) state_ = COMPLETE;
+        state_.notify_all();
+    }
+    bool wait_until_complete() const
+    {
+        state_.wait(RUNNING);
+        return state_ == COMPLETE;
+    }
+
+  private:
+    enum state { RUNNING, COMPLETE, FAILED };
+
+    bool write_piece(char* block)
+    {
+        int64_t bytes = 0;
+        const char* data = data_of(block, &bytes);
+        piece_head piece{};
+        if (bytes < static_cast<int64_t>(sizeof piece)) return false;
+        std::memcpy(&piece, data, sizeof piece);
+        data += sizeof piece;
+        bytes -= static_cast<int64_t>(sizeof piece);
+        left_ = (left_ < 0 ? piece.file_size : left_) - bytes;
+        for (ssize_t n = 0; bytes > 0; bytes -= n, data += n, piece.offset += n) {
+            n = pwrite(file_, data, static_cast<size_t>(bytes), piece.offset);
+            if (n <= 0) return false;
+        }
+        return true;
+    }
+
+    const int file_;
+    int64_t left_ = -1; ///< bytes still to come; -1: not known yet
+    std::atomic<state> state_{RUNNING};
+};
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const options given(argc, argv);
+    const int file = open(given.text("file", "").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    if (file < 0) {
+        std::perror("file_receive");
+        return 1;
+    }
+    receiver bm(file, given);
+    if (bm.init()) return 1; // true means failure: is there a master?
+    zrk4_client parameters{};
+    if (bm.subscribe(EVENT, CLI_T_READER, &parameters, nullptr) < 1) return 1;
+    std::puts("ready");
+    std::fflush(stdout);
+
+    if (!bm.wait_until_complete()) return 1;
+    // Not before the writers: they leave when the last event is over here, too.
+    for (int writers = 1; writers > 0; pause_ms(1)) bm.cl_subscribed(&writers, nullptr);
+    bm.unsubscribe(EVENT, CLI_T_READER);
+    return close(file);
+}

@@ -1,0 +1,64 @@
+// A reader: prints what is in each event.
+//   example_reader [--block NAME] [--events N] [--records 2010|2024]
+// With --block it is called as soon as that block is there, else when all blocks of an event are.
+#include <atomic>
+#include <cstdio>
+
+#include "common.h"
+
+namespace {
+
+class printer : public BM {
+  public:
+    explicit printer(const options& given) : wanted_(given.number("events", 10)) { configure(*this, given); }
+    ~printer() override { all_clean_up(); } // ends the reader thread before what it uses
+
+    /// Runs in the reader thread. The event is this process's until it returns: nothing of it may be kept.
+    void event_handler(void* head, zrk4_client_sblock_data* first) override
+    {
+        for (int i = 0; i < blocks_in(get_evid_64bit_mode(), head); ++i) print(first[i]);
+        std::fflush(stdout);
+        ++seen_;
+        seen_.notify_all();
+    }
+    void wait_for_all() const
+    {
+        for (int seen = seen_; seen < wanted_; seen = seen_) seen_.wait(seen);
+    }
+
+  private:
+    void print(const zrk4_client_sblock_data& entry)
+    {
+        if (entry.shmid == 0 || entry.bnum == -1) return; // stands for a block that no writer brings
+        char* block = get_buffer_address(entry.bnum, entry.shmid, true);
+        if (block == nullptr) return;
+        int64_t bytes = 0;
+        double load = 0;
+        std::memcpy(&load, data_of(block, &bytes), sizeof load); // a block may begin at any address
+        const time_stamp time = *get_key_known(block);
+        std::printf("%u.%06u  %-16s %5lld bytes of data, the first: %.2f\n", time.timeup, time.timelow, entry.name,
+                    static_cast<long long>(bytes), load);
+    }
+
+    const int wanted_;
+    std::atomic<int> seen_{0};
+};
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const options given(argc, argv);
+    printer bm(given);
+    if (bm.init()) return 1;  // true means failure: is there a master?
+    zrk4_client parameters{}; // no time ratio: every event
+    std::list<std::string> blocks;
+    if (const std::string name = given.text("block", ""); !name.empty()) blocks.push_back(name);
+    if (bm.subscribe(ZRK4_EV_NORMAL, CLI_T_READER, &parameters, &blocks) < 1) return 1;
+    std::puts("ready");
+    std::fflush(stdout);
+
+    bm.wait_for_all();
+    bm.unsubscribe(ZRK4_EV_NORMAL, CLI_T_READER);
+    return 0;
+}

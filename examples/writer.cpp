@@ -1,0 +1,64 @@
+// A writer: samples the load of the host at regular times and hands each sample over as one block.
+//   example_writer [--name NAME] [--start EPOCH-SECONDS] [--events N] [--period MILLISECONDS] [--records 2010|2024]
+// Several of them, with different names and the same start, build events together.
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+
+#include "common.h"
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::system_clock;
+
+constexpr ZRK4_EVTYPE EVENT = ZRK4_EV_NORMAL;
+constexpr int BUFFERS = 32, BYTES = 4096;
+
+time_stamp time_of(int64_t tick, milliseconds period)
+{
+    const int64_t ms = tick * period.count();
+    return {static_cast<uint32_t>(ms / 1000), static_cast<uint32_t>(ms % 1000 * 1000)};
+}
+
+int64_t first_tick(const options& given, milliseconds period)
+{
+    const int64_t next = system_clock::now().time_since_epoch() / period + 1;
+    return std::max(next, given.number("start", 0) * int64_t{1000} / period.count());
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const options given(argc, argv);
+    const std::string name = given.text("name", "LOAD");
+    const milliseconds period(given.number("period", 100));
+
+    BM bm;
+    configure(bm, given);
+    if (bm.init()) return 1; // true means failure: is there a master?
+    int partition = bm.add(("EXAMPLE_" + name).c_str(), BUFFERS, BYTES);
+    zrk4_client parameters{};
+    std::list<std::string> blocks{name};
+    if (partition < 1 || bm.subscribe(EVENT, CLI_T_WRITER, &parameters, &blocks) < 1) return 1;
+
+    const int64_t first = first_tick(given, period);
+    for (int64_t tick = first; tick < first + given.number("events", 10); ++tick) {
+        std::this_thread::sleep_until(system_clock::time_point(period * tick));
+        int number = -1;
+        char* at = nullptr;
+        // The partition's id goes in: without it the pool would also hand out a free event slot as a buffer. No tick is
+        // left out, however late it is: the other writers' blocks of that event wait for this one.
+        while ((at = bm.get_buffer_from_pool(BM_NO_WAIT, BYTES, &partition, &number)) == nullptr) pause_ms(1);
+        std::array<double, 3> load{};
+        getloadavg(load.data(), 3);
+        char* data = put_heads(bm.get_evid_64bit_mode(), at, name, time_of(tick, period), tick & 0x7FFFFFFF,
+                               ZRK4_BLOCK_3CHAN_2010, sizeof load);
+        std::memcpy(data, load.data(), sizeof load);
+        if (bm.ev_update(EVENT, partition, number)) std::puts("refused");
+    }
+    wait_until_all_are_back(bm, partition, BUFFERS);
+    bm.unsubscribe(EVENT, CLI_T_WRITER);
+    return 0;
+}
