@@ -1,0 +1,53 @@
+#!/bin/bash
+# A run that is cut short leaves nothing of its partitions and processes. Interrupted, as a terminal does it, it ends in
+# order: whole events, every buffer back. When one of its processes is killed, it says so.
+# usage: ending.sh DEMO interrupt | NUMBER-OF-THE-CHILD-TO-KILL
+set -euo pipefail
+
+if [[ -z ${IN_OWN_IPC_NAMESPACE:-} ]]; then
+    export IN_OWN_IPC_NAMESPACE=1
+    unshare --ipc true 2>/dev/null && exec unshare --ipc "$0" "$@"
+    unshare --user --map-root-user --ipc true 2>/dev/null && exec unshare --user --map-root-user --ipc "$0" "$@"
+    echo "no IPC namespace can be had" >&2
+    exit 125
+fi
+
+work=$(mktemp -d "$PWD/demo.XXXXXX")
+run=0
+trap '[[ $run == 0 ]] || kill -KILL -- -$run 2>/dev/null || true; rm -rf "$work"' EXIT
+
+fail() {
+    echo "FAILED: $*" >&2
+    exit 1
+}
+
+set -m # the run gets a process group of its own, which is what a terminal interrupts
+mkfifo "$work/output"
+"$1" --seconds 600 --host-ipc >"$work/output" 2>&1 &
+run=$!
+exec {output}<"$work/output"
+
+line=""
+while [[ $line != *" events "*" callback "* ]]; do
+    IFS= read -r -t 20 line <&"$output" || fail "no event came"
+done
+[[ $(ipcs -m | grep -c '^0x') == 5 ]] || fail "not the five partitions of a run: $(ipcs -m)"
+
+if [[ $2 == interrupt ]]; then
+    expected=130
+    kill -INT -- -$run
+else
+    expected=1
+    read -r -a children <"/proc/$run/task/$run/children" || [[ ${#children[@]} == 7 ]] # its line has no end
+    kill -KILL "${children[$2]}"
+fi
+cat <&"$output" >"$work/last"
+cat "$work/last"
+status=0
+wait $run || status=$?
+
+[[ $status == "$expected" ]] || fail "status $status"
+[[ $2 == interrupt ]] || grep -q "WRONG: .* ended by signal 9" "$work/last" || fail "the dead process is not named"
+! kill -0 -- -$run 2>/dev/null || fail "a process is left"
+[[ $(ipcs -m | grep -c '^0x') == 0 ]] || fail "segments are left: $(ipcs -m)"
+[[ $(ipcs -s | grep -c '^0x') == 0 ]] || fail "semaphore sets are left: $(ipcs -s)"
