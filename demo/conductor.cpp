@@ -9,6 +9,7 @@
 
 #include <poll.h>
 #include <sys/signalfd.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 namespace demo {
@@ -26,6 +27,12 @@ sigset_t watched_signals()
     sigemptyset(&set);
     for (const int signal : {SIGINT, SIGTERM, SIGCHLD}) sigaddset(&set, signal);
     return set;
+}
+
+bool child_has_ended()
+{
+    siginfo_t info{};
+    return waitid(P_ALL, 0, &info, WEXITED | WNOHANG | WNOWAIT) == 0 && info.si_pid != 0;
 }
 
 } // namespace
@@ -150,6 +157,7 @@ bool conductor::hears(const process& one, char letter)
 
 void conductor::on_signal(int signal)
 {
+    if (signal == SIGCHLD && !child_has_ended()) return; // stopped or continued by somebody: it catches up
     record_.head().gate.close();
     if (signal != SIGCHLD) {
         interrupted_ = true;

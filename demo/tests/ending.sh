@@ -1,7 +1,8 @@
 #!/bin/bash
 # A run that is cut short leaves nothing of its partitions and processes. Interrupted, as a terminal does it, it ends in
-# order: whole events, every buffer back. When one of its processes is killed, it says so.
-# usage: ending.sh DEMO interrupt | NUMBER-OF-THE-CHILD-TO-KILL
+# order: whole events, every buffer back; also when a reader stood still for longer than the writers have buffers. When
+# one of its processes is killed, it says so.
+# usage: ending.sh DEMO interrupt | stall | NUMBER-OF-THE-CHILD-TO-KILL
 set -euo pipefail
 
 if [[ -z ${IN_OWN_IPC_NAMESPACE:-} ]]; then
@@ -33,21 +34,31 @@ while [[ $line != *" events "*" callback "* ]]; do
 done
 [[ $(ipcs -m | grep -c '^0x') == 5 ]] || fail "not the five partitions of a run: $(ipcs -m)"
 
-if [[ $2 == interrupt ]]; then
-    expected=130
-    kill -INT -- -$run
-else
-    expected=1
-    read -r -a children <"/proc/$run/task/$run/children" || [[ ${#children[@]} == 7 ]] # its line has no end
-    kill -KILL "${children[$2]}"
-fi
+read -r -a children <"/proc/$run/task/$run/children" || [[ ${#children[@]} == 7 ]] # its line has no end
+expected=130
+case $2 in
+    interrupt)
+        kill -INT -- -$run
+        ;;
+    stall)
+        kill -STOP "${children[1]}"
+        sleep 1.5
+        kill -CONT "${children[1]}"
+        kill -INT -- -$run
+        ;;
+    *)
+        expected=1
+        kill -KILL "${children[$2]}"
+        ;;
+esac
 cat <&"$output" >"$work/last"
 cat "$work/last"
 status=0
 wait $run || status=$?
 
 [[ $status == "$expected" ]] || fail "status $status"
-[[ $2 == interrupt ]] || grep -q "WRONG: .* ended by signal 9" "$work/last" || fail "the dead process is not named"
+[[ $expected == 130 ]] || grep -q "WRONG: .* ended by signal 9" "$work/last" || fail "the dead process is not named"
+[[ $2 != stall ]] || grep -q "waited for a buffer [1-9]" "$work/last" || fail "no writer ran out of buffers"
 ! kill -0 -- -$run 2>/dev/null || fail "a process is left"
 [[ $(ipcs -m | grep -c '^0x') == 0 ]] || fail "segments are left: $(ipcs -m)"
 [[ $(ipcs -s | grep -c '^0x') == 0 ]] || fail "semaphore sets are left: $(ipcs -s)"
