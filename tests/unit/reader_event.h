@@ -26,6 +26,7 @@ class reader_event : public testing::Test {
     reader_event()
     {
         slot_2024.pattern = EV_SLOT_PATTERN_2024;
+        slot_2010.time = slot_2024.time = {1700000000, 123456};
         set_type(ZRK4_EV_NORMAL);
         bm_util_init();
     }
