@@ -6,6 +6,10 @@
 #include <sys/sem.h>
 #include <sys/shm.h>
 
+#include "unlocked.h"
+
+using zrk4::impl::word_unlocked;
+
 // A constructor that an exception leaves has no destructor to undo it: its handle must not stay on the chain, nor its
 // mapping in the process.
 class C_shm::on_chain {
@@ -145,8 +149,8 @@ void C_shm::release()
 {
     if (!attached) return;
     if (accessed) deaccess();
-    // Exactly 0: a count that crashes or a kill made wrong is not mended here.
-    if (global()->gbl_count == 0 && !kpflg) {
+    // Exactly 0: a count that crashes or a kill made wrong is not mended here. Read without the gate: deliberate.
+    if (word_unlocked(&global()->gbl_count) == 0 && !kpflg) {
         semctl(global()->gbl_semid, 0, IPC_RMID);
         const int segment = ident;
         detach(mapping::gone_for_all);

@@ -169,7 +169,7 @@ class BM_API C_shm {
 
     static C_shm* base;        ///< the chain of all handles of the process
     static std::mutex mx_cnts; ///< one constructor, Zeuss or registry change at a time
-    static std::vector<shmid_entry*> shmid_list;
+    static std::vector<shmid_entry*>& shmid_list;
 
   private:
     class on_chain;

@@ -11,16 +11,23 @@
 
 #include "text_later.h"
 
-C_shm* C_shm::base = nullptr;
-std::mutex C_shm::mx_cnts;
-std::vector<shmid_entry*> C_shm::shmid_list;
-
 namespace {
+
+// Never destroyed: a handle that lives as long as the process may be released after this file's objects are gone.
+union registry_place {
+    std::vector<shmid_entry*> list;
+    constexpr registry_place() : list() {}
+    ~registry_place() {}
+} registry;
 
 // Guards the chain and the mapping of every handle on it. Taken inside mx_cnts, never the other way round.
 std::mutex mx_chain;
 
 } // namespace
+
+C_shm* C_shm::base = nullptr;
+std::mutex C_shm::mx_cnts;
+constinit std::vector<shmid_entry*>& C_shm::shmid_list = registry.list;
 
 void C_shm::push_on_chain()
 {
