@@ -73,8 +73,9 @@ TEST_F(PartitionUsers, CrashedOneKeepsItAliveUntilItIsKilled)
 TEST_F(PartitionUsers, UserOfAPartitionThatWasMadeAnewFailsButLives)
 {
     captured_output captured; // before the fork: the child has its own idea of standard output
-    latch in, remade;
+    latch made, in, remade;
     child reader([&] {
+        made.wait();
         C_shm_buffer part("T_ANEW");
         EXPECT_EQ(part.valid(), 1);
         in.open();
@@ -88,6 +89,7 @@ TEST_F(PartitionUsers, UserOfAPartitionThatWasMadeAnewFailsButLives)
     });
     {
         const C_shm part("T_ANEW", 2, 10, true);
+        made.open();
         in.wait();
     }
     {

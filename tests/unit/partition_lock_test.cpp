@@ -57,17 +57,13 @@ TEST_F(PartitionLock, FreeGateCostsOneCallInEachDirection)
 
 TEST_F(PartitionLock, BusyGateIsCountedOncePerTake)
 {
-    {
+    for (const int count : {1, 2}) {
         const fault busy = fault::fails("semop", EAGAIN);
         EXPECT_TRUE(part.gate(true));
         EXPECT_EQ(busy.fired(), 1);
+        EXPECT_EQ(part.getLockCount(), count);
+        part.gate(false);
     }
-    EXPECT_EQ(part.getLockCount(), 1);
-    part.gate(false);
-    const fault busy_for_longer = fault::fails("semop", EAGAIN, 1, 5);
-    EXPECT_TRUE(part.gate(true));
-    EXPECT_EQ(part.getLockCount(), 2);
-    part.gate(false);
     part.clrLockCount();
     EXPECT_EQ(part.getLockCount(), 0);
 }

@@ -15,6 +15,17 @@
 
 using namespace zrk4::test;
 
+// A sanitizer has its own way to get memory, which a program may not take over.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define ZRK4_OWN_NEW 0
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define ZRK4_OWN_NEW 0
+#endif
+#endif
+#ifndef ZRK4_OWN_NEW
+#define ZRK4_OWN_NEW 1
+
 namespace {
 
 bool no_memory = false;
@@ -31,6 +42,7 @@ void* operator new(size_t size, const std::nothrow_t&) noexcept
         return nullptr;
     }
 }
+#endif
 
 namespace {
 
@@ -79,6 +91,7 @@ TEST_F(PartitionRegistry, KeepsTheOrderOfTheOthers)
     for (int i : {0, 2, 3}) any.rem_shmid_entry(SOME_ID + i);
 }
 
+#if ZRK4_OWN_NEW
 TEST_F(PartitionRegistry, EntryWithoutMemoryIsReported)
 {
     C_shm any;
@@ -90,6 +103,7 @@ TEST_F(PartitionRegistry, EntryWithoutMemoryIsReported)
     EXPECT_EQ(captured.out(), "add_shmid_entry() failed to malloc()\n");
     EXPECT_EQ(registered(SOME_ID), 0);
 }
+#endif
 
 TEST_F(PartitionRegistry, AttachedHandlesAreCountedByNameAndById)
 {
