@@ -94,9 +94,18 @@ int bm_core::take_event_slot(BM& bm, const event_table<Form>& table, ZRK4_EVTYPE
     entry.evtype = evtype;
     Form::set_event_id(entry, id);
     store_released(&entry.status, EVT_C_USED);
-    if (!fill_event_slot<Form>(bm, evtype, slot, block)) return slot;
-    entry.status = EVT_C_FREE;
-    events.return_buffer(slot);
+    const auto free_again = [&] {
+        entry.status = EVT_C_FREE;
+        events.return_buffer(slot);
+    };
+    try {
+        if (!fill_event_slot<Form>(bm, evtype, slot, block)) return slot;
+    } catch (...) {
+        // The client partition is gone, or a head reader has thrown: nobody would ever end this half of an event.
+        free_again();
+        throw;
+    }
+    free_again();
     return -1;
 }
 
