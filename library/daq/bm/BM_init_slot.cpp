@@ -80,13 +80,12 @@ template <class Form> class bm_core::event_filler {
     /// @return true when the slot has not room for all.
     bool add_clients()
     {
+        // Kept over the walk: no client of the event is thrown out or leaves beside it.
+        slot_lock control(clients_, 0);
         for_each_held_slot(clients_, [&](int c) {
             if (client_now(c).evtype == evtype_) of_this_type_.push_back(c);
             return true;
         });
-        if (of_this_type_.empty()) return false;
-        // Kept over the walk: no client of the event is thrown out or leaves beside it.
-        slot_lock control(clients_, 0);
         for (const int c : of_this_type_) visit(c);
         control.unlock();
         return no_room_;

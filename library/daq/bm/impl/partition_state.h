@@ -39,15 +39,20 @@ inline int handed_out(const C_shm_buffer& part)
 
 /// Calls `visit(n)` for every slot that is held, in ascending order. `visit` answers whether the slot is held still.
 /// The walk ends once it has met as many as are out, so that its cost follows the clients and not the room for them.
+/// REQUIRES: nobody else gives slots back meanwhile, or the last ones may not be met.
 template <class Visit> void for_each_held_slot(const C_shm_buffer& part, Visit visit)
 {
     // So few are looked at sooner than the kernel is asked for their number.
     constexpr int JUST_LOOK = 64;
     const int count = part.getBufferCount();
-    int expected = std::numeric_limits<int>::max();
+    const int ask_from = count > 4 * JUST_LOOK ? JUST_LOOK : count;
+    int expected = 0;
     int met = count > 0 && is_handed_out(part, 0) ? 1 : 0;
-    for (int n = 1; n < count && met < expected; ++n) {
-        if (n == JUST_LOOK && count > 4 * JUST_LOOK) expected = handed_out(part);
+    for (int n = 1; n < count; ++n) {
+        // The number is asked for again once it is reached: a slot that was taken since, in front of the walk, has been
+        // met in the place of one behind it.
+        if (n >= ask_from && met >= expected) expected = handed_out(part);
+        if (n >= ask_from && met >= expected) return;
         if (is_handed_out(part, n) && visit(n)) ++met;
     }
 }
