@@ -13,7 +13,8 @@
 ///     ...
 ///     EXPECT_EQ(no_room.fired(), 1);
 ///
-/// One plan per call at a time; it ends with the object. Plans are copied by fork. A call made by an action is not
+/// One plan per call at a time; it ends with the object. Plans are copied by fork; under the thread sanitizer the
+/// sanitizer's own thread in the child meets a plan for pthread_create, so make that one in the child. A call made by an action is not
 /// counted and not met by a plan.
 ///
 /// A program that knows nothing of this header takes its plans from the environment, one call each:
