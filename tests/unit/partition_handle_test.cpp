@@ -11,14 +11,13 @@
 #include <sys/shm.h>
 
 #include "C_shm_buffer.h"
-#include "C_shm_kill.h"
 #include "captured_output.h"
 #include "child.h"
 #include "clean_namespace.h"
 #include "fault.h"
-#include "latch.h"
 #include "live_segment.h"
 #include "partition_ids.h"
+#include "partition_user.h"
 
 using namespace zrk4::test;
 
@@ -29,31 +28,6 @@ static_assert(std::is_constructible_v<C_shm, C_shm&>);
 static_assert(!std::has_virtual_destructor_v<C_shm> && !std::is_polymorphic_v<C_shm_buffer>);
 
 class PartitionHandle : public CleanNamespace {};
-
-/// Another process with access to the partition, until it is told to leave or dies.
-class other_user {
-  public:
-    explicit other_user(const char* name)
-        : process_([this, name] {
-              const C_shm part(name);
-              EXPECT_EQ(part.valid(), 1);
-              in_.open();
-              leave_.wait();
-          })
-    {
-        in_.wait();
-    }
-    void leave()
-    {
-        leave_.open();
-        EXPECT_EQ(process_.wait(), 0);
-    }
-    void kill_now() { process_.kill_now(); }
-
-  private:
-    latch in_, leave_;
-    child process_;
-};
 
 TEST_F(PartitionHandle, DefaultOneIsDetached)
 {
@@ -237,130 +211,6 @@ TEST_F(PartitionHandle, RemovalLeavesTheRegistryEntry)
     EXPECT_EQ(registered(id), 1) << "nobody asks for this id again";
 }
 
-TEST_F(PartitionHandle, LargerPartitionIsTakenAsItIs)
-{
-    const C_shm made("T_LARGE", 4, 100, true);
-    const C_shm part("T_LARGE", 2, 50, false);
-    EXPECT_EQ(part.valid(), 1);
-    EXPECT_EQ(part.getBufferCount(), 4);
-    EXPECT_EQ(part.getBufferLength(), 100);
-    EXPECT_TRUE(part.ctrl(3, true)) << "locks as the partition has them, not as asked for";
-    EXPECT_TRUE(part.ctrl(3, false));
-    EXPECT_EQ(registered(shmid_of(part)), 2);
-}
-
-TEST_F(PartitionHandle, TooSmallPartitionWithoutUsersIsRefusedAndRemoved)
-{
-    for (const auto& [nbuf, lbuf] : {std::pair{3, 100}, std::pair{2, 101}}) {
-        int id = -1;
-        {
-            C_shm made("T_SMALL", 2, 100, false);
-            id = shmid_of(made);
-            made.keep(true);
-        }
-        ASSERT_TRUE(segment_exists(id));
-        captured_output captured;
-        const C_shm part("T_SMALL", nbuf, lbuf, false);
-        EXPECT_STREQ(part.Error(), "Existing partition is incompatible with request");
-        EXPECT_EQ(part.valid(), 0);
-        EXPECT_FALSE(part.found());
-        EXPECT_FALSE(segment_exists(id));
-        EXPECT_EQ(semaphore_sets_in_namespace(), 0);
-        EXPECT_EQ(captured.out() + captured.err(), "");
-    }
-}
-
-// Refused, with no registry entry of its own: then the mapping stays, here until the child ends.
-TEST_F(PartitionHandle, TooSmallPartitionWithUsersStaysAndStaysMapped)
-{
-    const C_shm user("T_USED", 2, 100, false);
-    const int id = shmid_of(user);
-    const std::string text = out_of([&] {
-        child refused([&] {
-            C_shm().flush(); // the inherited handle is the parent's
-            C_shm().rem_shmid_entry(id);
-            const C_shm part("T_USED", 3, 100, false);
-            EXPECT_STREQ(part.Error(), "Existing partition is incompatible with request");
-            EXPECT_FALSE(part.found());
-            EXPECT_EQ(attachments(id), 3) << "the parent's, the inherited one, and the one that stays";
-        });
-        EXPECT_EQ(refused.wait(), 0);
-    });
-    EXPECT_EQ(text, "rem_shmid_entry() shmid: " + std::to_string(id) + "  NOT FOUND\n");
-    EXPECT_EQ(use_count_of(user), 1);
-    EXPECT_EQ(user.getStat("freebuf"), "2");
-}
-
-TEST_F(PartitionHandle, TooSmallOneTakesTheCountOfAnotherButNotItsMapping)
-{
-    C_shm_buffer user("T_MINE", 2, 100, false);
-    const int id = shmid_of(user);
-    captured_output captured;
-    const C_shm refused("T_MINE", 3, 100, false);
-    EXPECT_STREQ(refused.Error(), "Existing partition is incompatible with request");
-    EXPECT_EQ(registered(id), 0);
-    EXPECT_EQ(captured.out(), "");
-    EXPECT_EQ(attachments(id), 1);
-    EXPECT_EQ(user.valid(), 1);
-    char* const addr = user.get_buffer(BM_NO_WAIT, true);
-    ASSERT_NE(addr, nullptr);
-    addr[99] = 'x'; // the mapping is there
-    EXPECT_FALSE(user.return_buffer(addr));
-}
-
-TEST_F(PartitionHandle, OtherVersionWithoutUsersIsRefusedAndRemoved)
-{
-    int id = -1;
-    {
-        C_shm made("T_OLD", 2, 100, false);
-        id = shmid_of(made);
-        made.keep(true);
-    }
-    live_segment(id, live_segment::WRITE).put_int32(AT_VERSION, 101);
-    const C_shm part("T_OLD");
-    EXPECT_STREQ(part.Error(), "Incompatible version number");
-    EXPECT_EQ(part.valid(), 0);
-    EXPECT_FALSE(segment_exists(id));
-    EXPECT_EQ(semaphore_sets_in_namespace(), 0);
-}
-
-TEST_F(PartitionHandle, OtherVersionWithUsersIsRefusedAndStays)
-{
-    C_shm user("T_NEW", 2, 100, false);
-    const int id = shmid_of(user);
-    live_segment(id, live_segment::WRITE).put_int32(AT_VERSION, 103);
-    {
-        const C_shm by_name("T_NEW");
-        EXPECT_STREQ(by_name.Error(), "Incompatible version number");
-        const C_shm with_sizes("T_NEW", 1, 1, false);
-        EXPECT_STREQ(with_sizes.Error(), "Incompatible version number");
-    }
-    EXPECT_TRUE(segment_exists(id));
-    EXPECT_EQ(attachments(id), 1);
-    live_segment(id, live_segment::WRITE).put_int32(AT_VERSION, 102);
-    EXPECT_EQ(user.getStat("freebuf"), "2");
-}
-
-// A caller that asks for an id gets what it asked for: a segment that is no partition goes when it is released.
-TEST_F(PartitionHandle, ById_SegmentThatIsNoPartitionIsRemoved)
-{
-    const int id = shmget(IPC_PRIVATE, 4096, 0600);
-    const C_shm part(id);
-    EXPECT_STREQ(part.Error(), "Incompatible version number");
-    EXPECT_FALSE(segment_exists(id));
-}
-
-TEST_F(PartitionHandle, FailedMakeLeavesARegistryEntryAndNoRelease)
-{
-    const int before = registered(-1);
-    captured_output captured;
-    const C_shm part("T_NONE", -1, 1, false);
-    EXPECT_STREQ(part.Error(), "Unable to create a new partition");
-    EXPECT_EQ(part.valid(), 0);
-    EXPECT_EQ(registered(-1), before + 1) << "for the id that the handle had: none";
-    EXPECT_EQ(captured.out(), "");
-}
-
 TEST_F(PartitionHandle, CopyIsOneMoreUserWithoutARegistryEntry)
 {
     auto part = std::make_unique<C_shm_buffer>("T_COPIED", 2, 10, true);
@@ -464,145 +314,6 @@ TEST_F(PartitionHandle, ConstructorThatThrowsLeavesNoLockNoHandleAndNoMapping)
     const C_shm next("T_NEXT", 1, 1, false); // stops here for ever if the process's mutex is still held
     EXPECT_EQ(next.valid(), 1);
     clear_ipc_namespace();
-}
-
-TEST_F(PartitionHandle, ZeussZeroesTheUseCountAndAttachesWithoutAccess)
-{
-    latch made, leave;
-    child user([&] {
-        C_shm part("T_ZEUSS", 2, 10, false);
-        made.open();
-        leave.wait();
-        EXPECT_EQ(part.getStat("use_count"), "0");
-        part.keep(true);
-    });
-    made.wait();
-    const int id = segment_at_key(32);
-    C_shm part;
-    part.keep(true);
-    part.Zeuss("T_ZEUSS");
-    EXPECT_TRUE(part.found());
-    EXPECT_EQ(part.valid(), 0);
-    EXPECT_EQ(use_count_of(part), 0);
-    EXPECT_EQ(registered(id), 0);
-    leave.open();
-    EXPECT_EQ(user.wait(), 0);
-    EXPECT_EQ(use_count_of(part), -1) << "the user that was not counted any more has left";
-    part.add_shmid_entry(id);
-    part.release();
-    EXPECT_TRUE(segment_exists(id)) << "removed at exactly 0, not below";
-    clear_ipc_namespace();
-}
-
-TEST_F(PartitionHandle, ZeussOnAnAttachedOneOnlySaysSo)
-{
-    C_shm part("T_HERE", 2, 10, false);
-    captured_output captured;
-    part.Zeuss("T_HERE");
-    EXPECT_EQ(captured.err(), "Zeuss: Can't zero user count - partition is attached.\n");
-    EXPECT_EQ(captured.out(), "");
-    EXPECT_EQ(use_count_of(part), 1);
-}
-
-TEST_F(PartitionHandle, ZeussOfAnUnknownNameDoesNothing)
-{
-    C_shm part;
-    captured_output captured;
-    part.Zeuss("T_ABSENT");
-    EXPECT_FALSE(part.found());
-    EXPECT_EQ(captured.out() + captured.err(), "");
-}
-
-TEST_F(PartitionHandle, ZeussForgetsKeep)
-{
-    {
-        C_shm made("T_FORGET", 2, 10, false);
-        made.keep(true);
-    }
-    {
-        C_shm part;
-        part.keep(true);
-        part.Zeuss("T_FORGET");
-    }
-    EXPECT_EQ(segments_in_namespace(), 0);
-}
-
-TEST_F(PartitionHandle, KillRemovesAPartitionThatOthersUse)
-{
-    C_shm keeper("T_VICTIM", 2, 10, false);
-    const int id = shmid_of(keeper), semid = semid_of(keeper);
-    other_user other("T_VICTIM");
-    child killer([] { const C_shm_kill kill("T_VICTIM"); });
-    EXPECT_EQ(killer.wait(), 0);
-    EXPECT_FALSE(segment_exists(id));
-    EXPECT_FALSE(semaphore_set_exists(semid));
-    captured_output captured;
-    other.kill_now();
-    EXPECT_THROW(keeper.deaccess(), SysError);
-}
-
-TEST_F(PartitionHandle, KillRemovesWhatACrashLeftBehind)
-{
-    latch in;
-    child crashed([&] {
-        const C_shm part("T_CRASHED", 2, 10, false);
-        in.open();
-        pause();
-    });
-    in.wait();
-    const int id = segment_at_key(32);
-    crashed.kill_now();
-    {
-        const C_shm part("T_CRASHED");
-        EXPECT_EQ(use_count_of(part), 2) << "the dead process is still counted";
-    }
-    EXPECT_TRUE(segment_exists(id));
-    {
-        const C_shm_kill kill("T_CRASHED");
-    }
-    EXPECT_FALSE(segment_exists(id));
-    EXPECT_EQ(semaphore_sets_in_namespace(), 0);
-}
-
-TEST_F(PartitionHandle, KillWithoutANameRemovesNothing)
-{
-    const C_shm part("T_STAYS", 1, 1, false);
-    {
-        const C_shm_kill none(nullptr);
-    }
-    EXPECT_TRUE(segment_exists(shmid_of(part)));
-}
-
-TEST_F(PartitionHandle, KillSparesAPartitionThatGotANewUserMeanwhile)
-{
-    {
-        C_shm made("T_LUCKY", 1, 1, false);
-        made.keep(true);
-    }
-    const int id = segment_at_key(32);
-    {
-        C_shm_kill kill("T_LUCKY");
-        kill.add_shmid_entry(id); // so that its release detaches
-        live_segment(id, live_segment::WRITE).put_int32(AT_COUNT, 1);
-    }
-    EXPECT_TRUE(segment_exists(id));
-    clear_ipc_namespace();
-}
-
-TEST_F(PartitionHandle, KillTellsTheOtherHandlesOfTheProcess)
-{
-    C_shm_buffer part("T_OWN", 2, 10, false);
-    ASSERT_NE(part.get_buffer(BM_NO_WAIT, true), nullptr);
-    {
-        const C_shm_kill kill("T_OWN");
-    }
-    EXPECT_FALSE(part.found());
-    EXPECT_EQ(part.valid(), 0);
-    EXPECT_EQ(part.getStat("name"), "0");
-    EXPECT_EQ(part.get_buffer_addr(0), nullptr);
-    EXPECT_THROW(part.get_buffer(BM_NO_WAIT, true), std::logic_error);
-    EXPECT_THROW(part.gate(true), std::logic_error);
-    EXPECT_TRUE(part.return_buffer(0)) << "true is failure";
 }
 
 } // namespace
