@@ -219,6 +219,17 @@ void bm_core::refuse_duplicate(BM& bm, const new_block& block, zrk4_client_sbloc
     entry.bnum = bnum;
 }
 
+namespace {
+
+// Asked at every entry. Nine reports of an event with too many blocks are enough for a process, of whatever form.
+bool may_report()
+{
+    static std::atomic<int> left{10};
+    return left > 0 && --left > 0;
+}
+
+} // namespace
+
 template <class Form> bool bm_core::add_entry(BM& bm, const new_block& block, event_slot<Form>& slot, int slot_number)
 {
     const auto get_name = reader_of(bm.get_bname_f, block.evtype);
@@ -234,10 +245,7 @@ template <class Form> bool bm_core::add_entry(BM& bm, const new_block& block, ev
     typename Form::head& head = slot.head();
     head.sbfilled += 1;
     slot.refresh();
-    // Nine reports of an event with too many blocks are enough for a process.
-    static std::atomic<int> reports_left{10};
-    if (reports_left > 0 && --reports_left > 0 && head.sbfilled > head.nsblocks)
-        print_out_event(&bm, &head, bm.ev_buf, slot_number, false);
+    if (may_report() && head.sbfilled > head.nsblocks) print_out_event(&bm, &head, bm.ev_buf, slot_number, false);
     return true;
 }
 
