@@ -45,7 +45,6 @@ void BM::reader_exec()
 {
     if (!reader_go) return;
     is_reader_thread = true;
-    // A semaphore set that is removed under the thread ends it; the process lives.
     without_exceptions(true, [&] {
         bm_core::in_form(*this, [&](auto form) { bm_core::read_events<decltype(form)>(*this); });
         return false;
@@ -72,7 +71,11 @@ template <class Form> void bm_core::read_events(BM& bm)
             say_perror("recv");
             say_plain("recv() bad status going to IDLE \n");
         }
-        handle<Form>(bm, message);
+        // A partition that was removed under it costs the thread this event, and not the ones behind it.
+        without_exceptions(true, [&] {
+            handle<Form>(bm, message);
+            return false;
+        });
         for (int i = 0; length < 0 && i < 100 && go_on(); ++i) usleep(10000);
     }
 }
