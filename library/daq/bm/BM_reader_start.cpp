@@ -92,6 +92,8 @@ bool bm_core::open_reader_socket(BM& bm)
 bool BM::start_reader()
 {
     if (port >= 0) return false;
+    // One that never learnt its port is deaf: it goes before the next one comes.
+    if (bm_core::has_reader_thread(*this)) stop_reader();
     const text_later texts;
     pthread_attr_t attributes;
     if (pthread_attr_init(&attributes) != 0) {
