@@ -27,7 +27,7 @@ bool BM::start_monitor()
     sigaddset(&action.sa_mask, SIGABRT);
     action.sa_flags = 0;
     sigaction(SIGABRT, &action, nullptr);
-    const sigset_t before = unblock_abort();
+    const sigset_t before = change_abort(SIG_UNBLOCK);
     pthread_attr_t attributes;
     if (pthread_attr_init(&attributes) != 0) {
         say_plain("Failed to init attribute for the monitor thread\n");

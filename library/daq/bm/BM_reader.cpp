@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <optional>
+#include <utility>
 
 #include <sys/socket.h>
 #include <unistd.h>
@@ -44,12 +45,12 @@ template <class Form> void show(const typename Form::message& message)
 void BM::reader_exec()
 {
     if (!reader_go) return;
-    is_reader_thread = true;
+    const bool marked = std::exchange(is_reader_thread, true);
     without_exceptions(true, [&] {
         bm_core::in_form(*this, [&](auto form) { bm_core::read_events<decltype(form)>(*this); });
         return false;
     });
-    is_reader_thread = false;
+    is_reader_thread = marked;
 }
 
 template <class Form> void bm_core::read_events(BM& bm)

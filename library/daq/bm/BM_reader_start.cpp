@@ -105,7 +105,8 @@ bool BM::start_reader()
         return true;
     }
     install_empty_handler();
-    const sigset_t before = unblock_abort();
+    // Held back until the thread is marked as a reader's: unmarked, it would take a stop for one of the monitor.
+    const sigset_t before = change_abort(SIG_BLOCK);
     ++own->reader_generation;
     reader_go = true;
     if (pthread_create(&rid, &attributes, reader_thread, this) != 0) {
@@ -123,7 +124,9 @@ bool BM::start_reader()
 
 void* reader_thread(void* bm)
 {
+    is_reader_thread = true; // to its very end
     block_program_signals();
+    change_abort(SIG_UNBLOCK);
     static_cast<BM*>(bm)->reader_exec();
     return nullptr;
 }

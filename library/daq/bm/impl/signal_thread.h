@@ -44,14 +44,14 @@ inline void block_program_signals()
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
 }
 
-/// Lets SIGABRT through in the calling thread, so that a thread it creates inherits that. @return the mask before.
-inline sigset_t unblock_abort()
+/// Blocks or unblocks SIGABRT in the calling thread; a thread that it creates inherits that. @return the mask before.
+inline sigset_t change_abort(int how)
 {
     sigset_t abort_only;
     sigset_t before;
     sigemptyset(&abort_only);
     sigaddset(&abort_only, SIGABRT);
-    pthread_sigmask(SIG_UNBLOCK, &abort_only, &before);
+    pthread_sigmask(how, &abort_only, &before);
     return before;
 }
 
