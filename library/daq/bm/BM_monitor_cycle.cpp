@@ -168,7 +168,8 @@ template <class Form> class bm_core::monitor {
             lock = slot_lock::try_once(*bm_.ev_buf, i);
         }
         free_flag = 1;
-        free_slot_locked<Form>(bm_, i, control);
+        // A data partition that was removed costs the block in it, and not the monitor.
+        without_exceptions(true, [&] { return free_slot_locked<Form>(bm_, i, control); });
         free_flag = 0;
     }
 

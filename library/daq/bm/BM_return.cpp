@@ -50,8 +50,7 @@ template <class Form> bool bm_core::free_slot_locked(BM& bm, int slot_number, co
 namespace {
 
 // "ttoal" stands so in every log.
-template <class Form>
-void say_cleaning(int i, const zrk4_client_sblock_data& entry, const char* at, const typename Form::head& head)
+template <class Form> void say_cleaning(int i, int shmid, int bnum, const char* at, const typename Form::head& head)
 {
     if (is_2024(at) != Form::wide) {
         say("CLEANING[%d]  corrupted data(no details)", i);
@@ -63,12 +62,12 @@ void say_cleaning(int i, const zrk4_client_sblock_data& entry, const char* at, c
     const auto mask = static_cast<unsigned>(block.tmask);
     if constexpr (Form::wide) {
         say("CLEANING[%d]  %d:%d_%ld  SHMID: %d  SLOT: %d filled:ttoal %d:%d", i, seconds, microseconds,
-            static_cast<long>(block.mpulse), entry.shmid, entry.bnum, head.sbfilled, head.nsblocks);
+            static_cast<long>(block.mpulse), shmid, bnum, head.sbfilled, head.nsblocks);
         say("ltotal: %ld server: %.255s  mask: 0x%X status: %d  nchan: %d", static_cast<long>(block.ltotal),
             block.server, mask, block.status, block.nchan);
     } else {
         say("CLEANING[%d]  %d:%d_%d  SHMID: %d  SLOT: %d filled:ttoal %d:%d", i, seconds, microseconds,
-            static_cast<int>(block.mpulse), entry.shmid, entry.bnum, head.sbfilled, head.nsblocks);
+            static_cast<int>(block.mpulse), shmid, bnum, head.sbfilled, head.nsblocks);
         say("ltotal: %d server: %.255s  mask: 0x%X status: %d  nchan: %d", static_cast<int>(block.ltotal), block.server,
             mask, block.status, block.nchan);
     }
@@ -78,18 +77,19 @@ void say_cleaning(int i, const zrk4_client_sblock_data& entry, const char* at, c
 
 // The entry becomes a hole before its buffer goes back: killed in between, a process loses one buffer to the repair,
 // while the other order would have it returned a second time, perhaps from its next owner. The segment id stays until
-// the buffer is back and tells whose buffer was on its way.
+// the buffer is back and tells whose buffer was on its way. Before the address is asked for: that can throw, and would
+// throw again, every time somebody tries to free the slot.
 template <class Form> bool bm_core::return_block(BM& bm, const event_slot<Form>& slot, int i)
 {
     zrk4_client_sblock_data& entry = slot.entries()[i];
     const int shmid = entry.shmid;
     const int bnum = entry.bnum;
     if (shmid == 0 || bnum < 0) return false;
+    entry.bnum = -1;
     bool failed = false;
     const char* at = bm.get_buffer_address(bnum, shmid, true);
     if (at != nullptr && free_flag != 0 && block_in_pool(bm, bnum, shmid) != nullptr)
-        say_cleaning<Form>(i, entry, at, slot.head());
-    entry.bnum = -1;
+        say_cleaning<Form>(i, shmid, bnum, at, slot.head());
     if (at != nullptr && bm.return_buffer_in_pool(bnum, shmid)) {
         say("free_ev_slot(): failed to free id: %d bnum: %d", shmid, bnum);
         failed = true;
