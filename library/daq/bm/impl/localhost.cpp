@@ -24,14 +24,17 @@ int resolvehost(const char* hostname, char* hostent_buff, int hostent_buff_len, 
 
 namespace zrk4::impl {
 
+// The address is kept, not the entry: that one belongs to whoever has called resolvehost last.
 bool localhost_address(uint32_t& address)
 {
     static std::mutex one_at_a_time;
-    static char buffer[4096];
-    static hostent* entry = nullptr;
+    static bool known = false;
+    static uint32_t kept = 0;
     const std::lock_guard guard(one_at_a_time);
-    if (entry == nullptr) {
+    if (!known) {
+        static char buffer[4096];
         std::memset(buffer, 0, sizeof buffer);
+        hostent* entry = nullptr;
         const int error = resolvehost("localhost", buffer, sizeof buffer, &entry);
         if (error != 0) {
             say_perror("gethostbyname");
@@ -39,8 +42,10 @@ bool localhost_address(uint32_t& address)
             flush_all_later();
             return false;
         }
+        std::memcpy(&kept, entry->h_addr_list[0], sizeof kept);
+        known = true;
     }
-    std::memcpy(&address, entry->h_addr_list[0], sizeof address);
+    address = kept;
     return true;
 }
 
