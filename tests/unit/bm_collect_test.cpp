@@ -289,6 +289,12 @@ TEST_P(BmCollectWarns, WithANameThatIsCut)
                   " chans: 1\n");
 }
 
+TEST_P(BmCollectWarns, WithoutAListingOfABlockThatClaimsMoreThanItsBuffer)
+{
+    const std::string line = "DATE !!!!!!!! ev_update(): time stamp 0:5_7   Event type: 1 SB: A chans: 1\n";
+    EXPECT_EQ(said_of({.server = "A", .time = {0, 5}, .ltotal = 1 << 30}, GetParam()), line);
+}
+
 // ---- what fails inside
 
 TEST_P(BmCollect, GivesTheLockBackWhenAHeadReaderThrows)

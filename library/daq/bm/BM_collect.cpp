@@ -38,7 +38,7 @@ namespace {
 int as_int(uint32_t value) { return static_cast<int>(value); }
 
 // The block is taken all the same: these are warnings.
-void warn_of_missing_key(int smode, ZRK4_EVTYPE evtype, char* block)
+void warn_of_missing_key(int smode, ZRK4_EVTYPE evtype, char* block, int64_t room)
 {
     const block_view head = view_block(block);
     const bool no_time = head.time.timeup == 0;
@@ -53,6 +53,8 @@ void warn_of_missing_key(int smode, ZRK4_EVTYPE evtype, char* block)
             static_cast<int>(head.mpulse), evtype, head.server, head.nchan);
     }
     text_later::write_now();
+    // The listing trusts the block's length: one that is longer than its buffer would be read past the segment.
+    if (head.ltotal > room) return;
     (is_2024(block) ? dump_event_subheader_2024 : dump_event_subheader_2010)(0, block);
     std::fflush(stdout);
 }
@@ -102,7 +104,7 @@ template <class Form> bool bm_core::collect(BM& bm, ZRK4_EVTYPE evtype, int id, 
         say("ev_update(): failed to get the buffer address bnum:%d id:%d", bnum, id);
         return true;
     }
-    warn_of_missing_key(bm.smode, evtype, at);
+    warn_of_missing_key(bm.smode, evtype, at, bm.find_by_id(id)->getBufferLength());
     // Between the search and the slot's own lock the event can end (a stalled writer, the monitor) and the slot become
     // another one's: then the search is made again, and after three rounds the slot is taken as it is.
     constexpr int ROUNDS = 3;

@@ -13,8 +13,8 @@
 
 namespace zrk4::impl {
 
-/// A 32-bit word at any address.
-struct BM_PACKED shared_word {
+/// A 32-bit word at any address, of whatever record: the compiler must not take it for another object than the record.
+struct BM_PACKED __attribute__((may_alias)) shared_word {
     uint32_t value;
 };
 
