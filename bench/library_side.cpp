@@ -62,13 +62,26 @@ class library_reader : public BM {
     std::atomic<bool> complete_{false};
 };
 
-void be_reader(const plan& p, const limits& room, const line_end& line)
+void subscribe_as_reader(BM& bm, const limits& room)
 {
-    library_reader bm(p);
     configure(bm, room);
     zrk4_client every_event{};
     require(!bm.init(), "no master");
     require(bm.subscribe(EVENT, CLI_T_READER, &every_event, nullptr) >= 1, "cannot subscribe");
+}
+
+void be_further_reader(const limits& room, const line_end& line)
+{
+    BM bm;
+    subscribe_as_reader(bm, room);
+    line.nod();
+    line.await_nod();
+}
+
+void be_reader(const plan& p, const limits& room, const line_end& line)
+{
+    library_reader bm(p);
+    subscribe_as_reader(bm, room);
     line.nod();
     bm.wait_for_last();
     line.say(bm.log().result(line.hear<int64_t>()));
@@ -127,18 +140,25 @@ void be_writer(const plan& p, const limits& room, const line_end& line)
 
 } // namespace
 
-reading measure_library(const plan& p, const limits& room)
+reading measure_library(const plan& p, const limits& room, int further_readers)
 {
     process master("master", p.writer_processor, [&](line_end& line) { be_master(room, line); });
     master.await_nod();
     process reader("reader", p.reader_processor, [&](line_end& line) { be_reader(p, room, line); });
     reader.await_nod();
+    std::list<process> further;
+    for (int i = 0; i < further_readers; ++i) {
+        further.emplace_back("further reader", p.reader_processor,
+                             [&](line_end& line) { be_further_reader(room, line); });
+        further.back().await_nod();
+    }
     process writer("writer", p.writer_processor, [&](line_end& line) { be_writer(p, room, line); });
     writer.await_nod();
     writer.nod();
     reader.say(writer.hear<int64_t>());
     const auto result = reader.hear<reading>();
     writer.end();
+    for (process& other : further) other.end();
     reader.end();
     master.end();
     return result;

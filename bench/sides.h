@@ -16,9 +16,10 @@ struct limits {
     int buffers = 32; ///< of the writer's data partition
 };
 
-/// A master, a writer and a reader that use the library, each a process of its own.
+/// A master, a writer and readers that use the library, each a process of its own.
+/// @param further_readers  take every event as well; the reading is that of the writer and the first reader
 /// @throws std::runtime_error  one of them failed
-reading measure_library(const plan& p, const limits& room);
+reading measure_library(const plan& p, const limits& room, int further_readers = 0);
 
 /// A writer and a reader that make the calls into the kernel which the exchange demands, and nothing else.
 /// @throws std::runtime_error  one of them failed

@@ -36,7 +36,7 @@ class duel_list {
 
     // Nobody touches the payload: what is left is the hand-over.
     void library_alone(const char* setting, const char* subject, const char* base, size_t subject_payload,
-                       const limits& subject_room)
+                       const limits& subject_room, int further_readers)
     {
         for (const bool alone : {false, true}) {
             plan p = plan_for(KIB, 1, alone);
@@ -44,8 +44,9 @@ class duel_list {
             p.warm_up = subject_room.event_slots + 200; // all slots were in use once
             plan other = p;
             other.payload = subject_payload;
-            list.push_back({setting, subject, base, [=] { return measure_library(other, subject_room); },
-                            [=] { return measure_library(p, limits{}); }, alone ? latencies() : cost()});
+            list.push_back(
+                {setting, subject, base, [=] { return measure_library(other, subject_room, further_readers); },
+                 [=] { return measure_library(p, limits{}, further_readers); }, alone ? latencies() : cost()});
         }
     }
 
@@ -85,9 +86,11 @@ std::vector<duel> all_duels(const std::vector<int>& processors, double seconds)
         duels.library_beside_reference(KIB, "1 KiB", count);
         duels.library_beside_reference(MIB, "1 MiB", count);
     }
-    duels.library_alone("size of the block", "8 MiB", "1 KiB", 8 * MIB, limits{});
-    duels.library_alone("configured limits", "4094 blocks, 2000 + 1900 slots", "64 blocks, 64 + 64 slots", KIB,
-                        large_limits());
+    duels.library_alone("size of the block", "8 MiB", "1 KiB", 8 * MIB, limits{}, 0);
+    const char* const large = "4094 blocks, 2000 + 1900 slots";
+    const char* const small = "64 blocks, 64 + 64 slots";
+    duels.library_alone("limits", large, small, KIB, large_limits(), 0);
+    duels.library_alone("limits, 5 readers", large, small, KIB, large_limits(), 4);
     return duels.list;
 }
 
