@@ -18,7 +18,7 @@ class client_slot {
   public:
     client_slot(const C_shm_buffer& part, int n) : at_(part.buffer_addr(n)), room_(part.getBufferLength())
     {
-        if (room_ < static_cast<int>(sizeof(zrk4_client_slot_head) + sizeof(zrk4_client_reader))) at_ = nullptr;
+        if (room_ < RECORDS) at_ = nullptr;
     }
     explicit operator bool() const { return at_ != nullptr; }
 
@@ -32,13 +32,17 @@ class client_slot {
     name_list reader_names() const { return names(sizeof(zrk4_client_reader), word_unlocked(&reader().nsblocks)); }
     name_list writer_names() const { return names(sizeof(zrk4_client_writer), word_unlocked(&writer().nsblocks)); }
 
-    /// How many names a slot of `room` bytes holds behind a record of `Record`.
+    /// How many names a slot of `room` bytes holds behind a record of `Record`; -1 when it is none.
     template <class Record> static int names_that_fit(int room)
     {
+        if (room < RECORDS) return -1;
         return (room - static_cast<int>(sizeof(zrk4_client_slot_head) + sizeof(Record))) / static_cast<int>(NAME_SIZE);
     }
 
   private:
+    /// Bytes without which a buffer is no client slot.
+    static constexpr int RECORDS = sizeof(zrk4_client_slot_head) + sizeof(zrk4_client_reader);
+
     void* record() const { return at_ + sizeof(zrk4_client_slot_head); }
     name_list names(size_t record_size, int count) const
     {
