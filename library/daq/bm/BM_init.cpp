@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <cstring>
 #include <limits>
 
 #include "bm_core.h"
@@ -77,7 +78,8 @@ struct bm_core::partition_plan {
 
     int nbuf() const { return static_cast<int>(count); }
     int lbuf() const { return static_cast<int>(length); }
-    bool possible() const { return fits_int(count) && fits_int(length); }
+    /// A longer name is stored cut: nobody finds such a partition again, its maker included.
+    bool possible() const { return fits_int(count) && fits_int(length) && std::strlen(name) < SHM_NAME_SIZE; }
 };
 
 bm_core::partition_plan bm_core::client_plan(const BM& bm)
@@ -115,9 +117,23 @@ bool BM::init()
 
 bool bm_core::give_up(BM& bm)
 {
-    bm.remove(bm.clname);
-    bm.remove(bm.evname);
+    drop(bm, bm.clname);
+    drop(bm, bm.evname);
     return true;
+}
+
+// An object that is attached already, as a member that has become the master, must not come back to a partition that
+// goes, nor may its threads be in it.
+void bm_core::drop(BM& bm, const char* name)
+{
+    if (attached(bm)) {
+        const bool watched = bm.pid != 0;
+        bm.stop_monitor();
+        if (has_reader_thread(bm)) bm.stop_reader();
+        for (C_shm_buffer* part : forget_attachment(bm, nullptr)) bm.map_buffer(part);
+        if (watched) bm.start_monitor();
+    }
+    bm.remove(name);
 }
 
 bm_core::slot_partitions bm_core::found_in_pool(BM& bm)
@@ -142,7 +158,7 @@ bool bm_core::attach_to_masters(BM& bm)
 {
     if (bm.add(bm.clname)) return true;
     if (bm.add(bm.evname)) {
-        bm.remove(bm.clname);
+        drop(bm, bm.clname);
         return true;
     }
     const slot_partitions parts = found_in_pool(bm);
@@ -166,7 +182,7 @@ bool bm_core::attach_as_master(BM& bm)
     if (clients != attached_as::reused && clients != attached_as::made) return true;
     const attached_as events = attach_or_make(bm, event_plan(bm));
     if (events == attached_as::refused || events == attached_as::not_made) {
-        bm.remove(bm.clname);
+        drop(bm, bm.clname);
         if (events == attached_as::not_made) say_plain("!!!!!!!!!!!!!!!! failed to add EVENT SLOTS !!!\n");
         return true;
     }
@@ -205,7 +221,7 @@ bool bm_core::refuse_or_remove(BM& bm, const partition_plan& plan, C_shm_buffer*
 {
     const int id = decimal_stat(*old, "shmid");
     if (!bm.forced) old->keep(true);
-    bm.remove(plan.name);
+    drop(bm, plan.name);
     if (!bm.forced) return true;
     say("Forcing mode: removing it !!!");
     {

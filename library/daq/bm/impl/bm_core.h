@@ -121,6 +121,7 @@ struct bm_core {
     static slot_partitions found_in_pool(BM& bm);
     static void publish(BM& bm, const slot_partitions& parts);
     static bool give_up(BM& bm);
+    static void drop(BM& bm, const char* name);
 
     // BM_subscribe.cpp: client slots
     static int take_client_slot(C_shm_buffer& clients);
