@@ -1,6 +1,7 @@
 // The moment between the search for an event's slot and the slot's own lock: the event may end there, and the slot be
 // another one's.
 #include "event_host.h"
+#include "eventually.h"
 #include "fault.h"
 
 using namespace zrk4::test;
@@ -183,6 +184,37 @@ TEST_P(BmEventEnded, LeavesTheNextEventAloneWhenItsLastBlockCameIn)
     EXPECT_EQ(reused.fired(), 1);
     EXPECT_EQ(control(1).status(), EVT_C_USED);
     EXPECT_EQ(slot(1).time(&slot_layout::time), (time_stamp{2000, 0}));
+}
+
+// A look at a slot while the next event is being made there sees no client yet, and nothing that is not done.
+TEST_P(BmEventEnded, LeavesAnEventAloneThatIsJustBeingMade)
+{
+    latch half_made;
+    child late([&] {
+        open_bm own;
+        join(own);
+        half_made.wait();
+        EXPECT_EQ(own.cl_notify(1), 0);
+    });
+    char* first = block(put({.server = "A", .time = {1000, 0}}));
+    // Head written, clients not: the first lock inside is the one of the client control record.
+    bool at_clients = false;
+    const fault in_between = fault::preceded(
+        "semop",
+        [&] {
+            if (at_clients || slot(1).time(&slot_layout::time).timeup != 1000) return;
+            at_clients = true;
+            half_made.open();
+            EXPECT_TRUE(eventually([&] { return semaphore_waiters(events_semid, 4) == 1; }))
+                << "it has looked, and waits to end the event";
+        },
+        1, FOR_EVER);
+    EXPECT_EQ(bm.find_ev_slot(TYPE, first), 1);
+    EXPECT_TRUE(at_clients);
+    EXPECT_EQ(late.wait(), 0);
+    EXPECT_EQ(control(1).status(), EVT_C_USED);
+    EXPECT_FALSE(slot_is_free(1));
+    EXPECT_EQ(slot(1).word(&slot_layout::pid), getpid());
 }
 
 TEST_P(BmEventEnded, IsNotEndedTwice)

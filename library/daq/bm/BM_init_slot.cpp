@@ -284,9 +284,11 @@ template <class Form> bool bm_core::fill_event_slot(BM& bm, ZRK4_EVTYPE evtype, 
     head.tmask = facts.trigger;
     head.status = facts.status;
     head.start = time_now();
-    head.pid = static_cast<pid_t>(bm.mpid);
     event_filler<Form> filler(bm, evtype, slot, facts.trigger);
-    return filler.add_clients() || filler.add_placeholders();
+    if (filler.add_clients() || filler.add_placeholders()) return true;
+    // Last: somebody who still looks at the event that was in this slot must not take the half of this one for it.
+    store_released(&head.pid, static_cast<pid_t>(bm.mpid));
+    return false;
 }
 
 // Clearing a whole slot for every event would cost more than all the rest of the event. What the last event wrote is

@@ -54,7 +54,7 @@ template <class Form> class bm_core::client_look {
         if (writers_done_ == writers_ && readers_of_all_ > 0) {
             for (int i = 0; i < slot_.nclients(); ++i) tell_reader_of_all(i);
         }
-        return {notified_, done_ == slot_.nclients() && notified_ == 0, slot_.identity()};
+        return {notified_, done_ == slot_.nclients() && notified_ == 0, {}};
     }
 
   private:
@@ -71,24 +71,24 @@ template <class Form> class bm_core::client_look {
         const client_slot client(*bm_.cl_buf, snum);
         const zrk4_client_slot_head head = client.head_now();
         if (head.cltype == CLI_T_WRITER) {
-            look_at_writer(block, client);
+            look_at_writer(block, snum, client);
         } else if (block.status != CLI_S_WAIT) {
             if (block.status == CLI_S_DONE) ++done_;
         } else if (head.evtype != evtype_) {
             say("Wrong event type for reading forcing DONE  expected:%d, seen:%d", head.evtype, evtype_);
             force_done(block);
         } else if (head.cltype == CLI_T_READER) {
-            look_at_reader(i, block, client);
+            look_at_reader(i, block, snum, client);
         } else {
             say("Wrong client type for reading forcing DONE");
             force_done(block);
         }
     }
 
-    void look_at_writer(zrk4_client_block& block, const client_slot& client)
+    void look_at_writer(zrk4_client_block& block, int snum, const client_slot& client)
     {
         ++writers_;
-        if (has_all<Form>(bm_, number_, block.snum)) {
+        if (has_all<Form>(bm_, number_, snum)) {
             if (block.status != CLI_S_DONE) {
                 client.head().evcnt += 1;
                 block.status = CLI_S_DONE;
@@ -100,7 +100,7 @@ template <class Form> class bm_core::client_look {
         ++done_;
     }
 
-    void look_at_reader(int i, zrk4_client_block& block, const client_slot& client)
+    void look_at_reader(int i, zrk4_client_block& block, int snum, const client_slot& client)
     {
         const int wanted = word_unlocked(&client.reader().nsblocks);
         if (wanted > slot_.head().sbfilled) return;
@@ -108,8 +108,8 @@ template <class Form> class bm_core::client_look {
             ++readers_of_all_;
             return;
         }
-        if (!has_all<Form>(bm_, number_, block.snum)) return;
-        if (!notify<Form>(bm_, number_, block.snum, i)) {
+        if (!has_all<Form>(bm_, number_, snum)) return;
+        if (!notify<Form>(bm_, number_, snum, i)) {
             ++notified_;
             return;
         }
@@ -121,16 +121,17 @@ template <class Form> class bm_core::client_look {
     void tell_reader_of_all(int i)
     {
         zrk4_client_block& block = slot_.clients()[i];
-        if (!is_slot(bm_.cl_buf, block.snum) || !client_slot(*bm_.cl_buf, block.snum)) {
+        const int snum = block.snum;
+        if (!is_slot(bm_.cl_buf, snum) || !client_slot(*bm_.cl_buf, snum)) {
             say("(ALL) Failed to find a client slot forcing DONE");
             block.status = CLI_S_DONE;
             return;
         }
-        const client_slot client(*bm_.cl_buf, block.snum);
+        const client_slot client(*bm_.cl_buf, snum);
         if (block.status != CLI_S_WAIT || client.head_now().cltype != CLI_T_READER ||
             word_unlocked(&client.reader().nsblocks) != 0)
             return;
-        if (!notify<Form>(bm_, number_, block.snum, i)) {
+        if (!notify<Form>(bm_, number_, snum, i)) {
             ++notified_;
             return;
         }
@@ -158,8 +159,12 @@ template <class Form> class bm_core::client_look {
 template <class Form>
 look_result bm_core::look_at_clients(BM& bm, int slot_number, event_slot<Form>& slot, const slot_lock& /*held*/)
 {
+    // Which event it is, before how many take part: the one that follows it in this slot shows its process id last, so
+    // a look that falls into its making is told from a look at it.
+    const slot_identity event = slot.identity();
     slot.refresh();
-    const look_result look = client_look<Form>(bm, slot_number, slot).run();
+    look_result look = client_look<Form>(bm, slot_number, slot).run();
+    look.event = event;
     if (look.all_done) say_if_incomplete<Form>(bm, slot);
     return look;
 }
