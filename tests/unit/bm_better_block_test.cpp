@@ -20,8 +20,9 @@ void* operator new(size_t bytes)
     if (void* at = std::malloc(bytes != 0 ? bytes : 1)) return at;
     throw std::bad_alloc();
 }
-void operator delete(void* at) noexcept { std::free(at); }
-void operator delete(void* at, size_t) noexcept { std::free(at); }
+// Not inline: the compiler would take the pair of new and free for a mistake.
+__attribute__((noinline)) void operator delete(void* at) noexcept { std::free(at); }
+__attribute__((noinline)) void operator delete(void* at, size_t) noexcept { std::free(at); }
 
 using namespace zrk4::test;
 
