@@ -318,6 +318,30 @@ TEST_P(BmClNotify, SpeaksOfAClientWithoutASlotAgainForReadersOfEveryBlock)
     EXPECT_EQ(slot(1).clients().back(), (seen_client{-7, DONE}));
 }
 
+/// Slots with room for two client blocks behind the head.
+class BmClNotifyInLittleRoom : public EventHost {
+  protected:
+    BmClNotifyInLittleRoom() : EventHost({.event_length = layout_of(GetParam()).head + 2 * 8}) {}
+};
+IN_BOTH_GENERATIONS(BmClNotifyInLittleRoom);
+
+TEST_P(BmClNotifyInLittleRoom, BelievesNoCountThatDoesNotFit)
+{
+    used_slot();
+    taken_slot();
+    slot(2).fill('x');
+    slot(1).add_client(-7, WAIT);
+    slot(1).add_client(-8, WAIT);
+    slot(1).put(&slot_layout::nclients, INT_MAX);
+    slot(1).put(&slot_layout::sbfilled, INT_MAX);
+    slot(1).put(&slot_layout::nsblocks, INT_MAX);
+    EXPECT_EQ(said([&] { EXPECT_EQ(bm.cl_notify(1), 0); }),
+              "DATE Failed to find a client slot forcing DONE slot: -7 client: 0 clients: 2  bunm: 1\n"
+              "DATE Failed to find a client slot forcing DONE slot: -8 client: 1 clients: 2  bunm: 1\n");
+    EXPECT_TRUE(slot_is_free(1)) << "its two clients are done";
+    EXPECT_EQ(std::string(slot(2).address(), 16), std::string(16, 'x')) << "the next slot was not written into";
+}
+
 // ---- semaphores that fail
 
 class BmClNotifyWithoutLocks : public BothGenerations {};
