@@ -80,10 +80,10 @@ int BM::set_nev_slots(int n)
 
 void BM::set_monitoring_period(int microseconds)
 {
+    // Between the two: the thread reads it.
+    if (master) stop_monitor();
     mperiod = static_cast<uint64_t>(microseconds);
-    if (!master) return;
-    stop_monitor();
-    start_monitor();
+    if (master) start_monitor();
 }
 
 void BM::set_time_mask(unsigned long microseconds) { time_mask = microseconds; }
