@@ -71,9 +71,15 @@ TEST_F(BmSubscribeReader, SocketThatOnlySendsMakesRoomForOneThatReceives)
     EXPECT_GT(+slot(n).reader().qid, 0);
 }
 
+/// A thread without a port runs all the same, and has its own say beside its starter's.
+std::string without(std::string text, const std::string& of_thread)
+{
+    const size_t at = text.find(of_thread);
+    return at == std::string::npos ? text : text.erase(at, of_thread.size());
+}
+
 struct start_failure {
     const char* call;
-    int nth;
     int error;
     const char* out;
     const char* err;
@@ -87,12 +93,12 @@ TEST_P(BmSubscribeDeaf, ReaderGetsNoSlot)
     const long threads = threads_now();
     const long descriptors = descriptors_now();
     {
-        const fault refused = fault::fails(f.call, f.error, f.nth);
+        const fault refused = fault::fails(f.call, f.error);
         captured_output captured;
         EXPECT_EQ(subscribed(bm, CLI_T_READER), -1);
         EXPECT_EQ(refused.fired(), 1);
-        EXPECT_EQ(captured.out().rfind(f.out, 0), 0U) << captured.out();
-        EXPECT_EQ(captured.err().rfind(f.err, 0), 0U) << captured.err();
+        EXPECT_EQ(without(captured.out(), "recv() bad status going to IDLE \n"), f.out);
+        EXPECT_EQ(without(captured.err(), "recv: Bad file descriptor\n"), f.err);
     }
     EXPECT_EQ(descriptors_now(), descriptors);
     EXPECT_EQ(counted(), counts{});
@@ -108,11 +114,11 @@ TEST_P(BmSubscribeDeaf, ReaderGetsNoSlot)
 INSTANTIATE_TEST_SUITE_P(
     Without, BmSubscribeDeaf,
     testing::Values(
-        start_failure{"socket", 1, EMFILE, "Failed to create socket\n", "socket: Too many open files\n"},
-        start_failure{"setsockopt", 1, ENOMEM, "Failed to set socket option\n", "setsockopt: Cannot allocate memory\n"},
-        start_failure{"bind", 1, EADDRINUSE, "Failed to bind\n", "bind: Address already in use\n"},
-        start_failure{"getsockname", 1, ENOBUFS, "Failed to getsockname\n", "getsockname: No buffer space available\n"},
-        start_failure{"pthread_create", 1, EAGAIN, "Failed to start reader thread\n", ""}),
+        start_failure{"socket", EMFILE, "Failed to create socket\n", "socket: Too many open files\n"},
+        start_failure{"setsockopt", ENOMEM, "Failed to set socket option\n", "setsockopt: Cannot allocate memory\n"},
+        start_failure{"bind", EADDRINUSE, "Failed to bind\n", "bind: Address already in use\n"},
+        start_failure{"getsockname", ENOBUFS, "Failed to getsockname\n", "getsockname: No buffer space available\n"},
+        start_failure{"pthread_create", EAGAIN, "Failed to start reader thread\n", ""}),
     [](const auto& of) { return std::string(of.param.call); });
 
 } // namespace
