@@ -6,7 +6,7 @@ set(ZRK4_SANITIZE_FLAGS "")   # also for tests that call the compiler themselves
 if(ZRK4_SANITIZE)
   # A report ends the program: one that only prints would pass as a green test.
   set(ZRK4_SANITIZE_FLAGS -fsanitize=${ZRK4_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
-  add_compile_options(${ZRK4_SANITIZE_FLAGS} -g)
+  add_compile_options(${ZRK4_SANITIZE_FLAGS})
   add_link_options(-fsanitize=${ZRK4_SANITIZE})
   # What the sanitizers insert misleads GCC: it then finds parts of standard templates uninitialised. The build without
   # them is where that warning counts.
