@@ -12,9 +12,9 @@ file(READ ${JSON} json)
 file(REMOVE ${JSON})
 string(JSON processors LENGTH "${json}" machine processors_used)
 string(JSON count LENGTH "${json}" comparisons)
-# Three figures of 1 KiB and of 1 MiB, on as many processors as there are, and of the three questions about the library
-# alone.
-math(EXPR expected "3 * (2 * ${processors} + 3)")
+# Four figures of 1 KiB and of 1 MiB, on as many processors as there are, and three of each of the three questions about
+# the library alone.
+math(EXPR expected "4 * 2 * ${processors} + 3 * 3")
 if(NOT count EQUAL expected)
   message(FATAL_ERROR "${count} comparisons, not ${expected}")
 endif()
