@@ -1,7 +1,6 @@
 // The bytes of live slot partitions, seen without the library: another program may be built with other headers.
 #include <cstdint>
 #include <cstring>
-#include <ctime>
 #include <initializer_list>
 #include <list>
 #include <string>
@@ -38,14 +37,14 @@ std::string padded(std::string text, size_t size)
 }
 
 /// Fails unless the two words are a time between `from` and now.
-void expect_time_since(time_t from, const std::string& bytes)
+void expect_time_since(uint64_t from, const std::string& bytes)
 {
     uint32_t word[2];
     ASSERT_EQ(bytes.size(), sizeof word);
     std::memcpy(word, bytes.data(), sizeof word);
-    EXPECT_GE(static_cast<time_t>(word[0]), from);
-    EXPECT_LE(static_cast<time_t>(word[0]), time(nullptr));
     EXPECT_LT(word[1], 1000000U);
+    EXPECT_GE(word[0] * uint64_t{1000000} + word[1], from);
+    EXPECT_LE(word[0] * uint64_t{1000000} + word[1], microseconds_now());
 }
 
 /// Buffers of a partition, by the numbers of its geometry.
@@ -63,7 +62,7 @@ class SlotBytes : public CleanNamespace {
     SlotBytes() { EXPECT_FALSE(quiet_init(bm)) << "false is success"; }
     buffers clients() const { return {live_segment(bm.clid), CLIENT_BUFFERS, CLIENT_LENGTH}; }
 
-    const time_t begin = time(nullptr);
+    const uint64_t begin = microseconds_now();
     still_master bm;
     zrk4_client parameters{{{0x11223344, 0x55667788}}, -2, 0x0F0F};
 };
@@ -157,7 +156,7 @@ class EventBytes : public CleanNamespace {
     std::string client_blocks() const { return words({1, /*works*/ 3, 2, /*waits*/ 1, 3, 3}); }
     std::string entry() const { return padded("ADC_1", 256) + words({data, 0}); }
 
-    const time_t begin = time(nullptr);
+    const uint64_t begin = microseconds_now();
     still_master bm;
     int data = -1;
 };

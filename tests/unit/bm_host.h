@@ -4,6 +4,8 @@
 #ifndef ZRK4_TEST_BM_HOST_H
 #define ZRK4_TEST_BM_HOST_H
 
+#include <cstdint>
+#include <ctime>
 #include <filesystem>
 #include <functional>
 #include <iterator>
@@ -126,6 +128,14 @@ inline long descriptors_now() { return entries_of("/proc/self/fd"); }
 [[nodiscard]] inline bool threads_become(long count)
 {
     return eventually([&] { return threads_now() == count; });
+}
+
+/// Wall-clock time. Not by time(): that one lags behind by a tick, and may name the second before.
+inline uint64_t microseconds_now()
+{
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<uint64_t>(now.tv_sec) * 1000000 + static_cast<uint64_t>(now.tv_nsec) / 1000;
 }
 
 /// Text of a statistic of a partition, as a number.

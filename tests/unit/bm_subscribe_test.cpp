@@ -1,8 +1,8 @@
 // Client slots: what a subscription takes and leaves, and what it refuses.
 #include <cerrno>
 #include <climits>
+#include <cstdint>
 #include <cstring>
-#include <ctime>
 #include <list>
 #include <string>
 
@@ -35,13 +35,14 @@ TEST_F(BmSubscribe, TakesTheSlotsInTheirOrder)
 
 TEST_F(BmSubscribe, WritesWhoWhenAndWhat)
 {
-    const time_t before = time(nullptr);
+    const uint64_t before = microseconds_now();
     const int n = subscribed(bm, CLI_T_WRITER, ZRK4_EV_EVMAX - 1);
     const auto head = slot(n).head_now();
     EXPECT_EQ(+head.pid, getpid());
-    EXPECT_GE(static_cast<time_t>(+head.atime.timeup), before);
-    EXPECT_LE(static_cast<time_t>(+head.atime.timeup), time(nullptr));
+    const uint64_t at = head.atime.timeup * uint64_t{1000000} + head.atime.timelow;
     EXPECT_LT(+head.atime.timelow, 1000000U);
+    EXPECT_GE(at, before);
+    EXPECT_LE(at, microseconds_now());
     EXPECT_EQ(+head.evcnt, 0);
     EXPECT_EQ(static_cast<int>(head.evtype), 31);
     EXPECT_EQ(static_cast<int>(head.cltype), CLI_T_WRITER);
