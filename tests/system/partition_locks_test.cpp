@@ -1,6 +1,7 @@
 // Locks between real processes: waiting, death, signals, removal.
 #include <cerrno>
 #include <csignal>
+#include <ostream>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -26,6 +27,8 @@ struct lock_kind {
     const char* name;
     int semaphore;
     bool (*change)(const C_shm& part, bool lock);
+
+    friend std::ostream& operator<<(std::ostream& os, const lock_kind& kind) { return os << kind.name; }
 };
 
 constexpr int SLOT = 1;

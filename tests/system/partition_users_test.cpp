@@ -1,7 +1,8 @@
 // One partition and several processes and threads that come and go.
 #include <array>
 #include <atomic>
-#include <csignal>
+#include <fstream>
+#include <iterator>
 #include <memory>
 #include <string>
 #include <thread>
@@ -15,6 +16,8 @@
 #include "captured_output.h"
 #include "child.h"
 #include "clean_namespace.h"
+#include "eventually.h"
+#include "fault.h"
 #include "latch.h"
 #include "live_segment.h"
 #include "partition_ids.h"
@@ -186,6 +189,44 @@ TEST_F(PoolAndThreads, PartitionAttachedByManyAtOnceIsInThePoolOnce)
         EXPECT_EQ(attachments(theirs), 2);
         EXPECT_EQ(pool.nbuf(), 6);
         EXPECT_EQ(pool.find_by_id(mine)->getStat("freebuf"), "2");
+    }
+    leave_.open();
+    EXPECT_EQ(other_.wait(), 0);
+}
+
+bool sleeps(pid_t thread)
+{
+    std::ifstream stat("/proc/self/task/" + std::to_string(thread) + "/stat");
+    const std::string line{std::istreambuf_iterator<char>(stat), {}};
+    const size_t state = line.rfind(") ");
+    return state != std::string::npos && line[state + 2] == 'S';
+}
+
+// The second thread has seen that the pool lacks the partition and waits for the process's mutex, which the first one
+// holds while it attaches: both come out with an object.
+TEST_F(PoolAndThreads, SecondObjectOfARaceIsDropped)
+{
+    made_.wait();
+    {
+        C_shm_mpool pool;
+        pool.add("T_MINE", 2, 8, false);
+        const int theirs = segment_at_key(32);
+        std::atomic<pid_t> second_id{0};
+        latch first_attaches;
+        std::thread second([&] {
+            first_attaches.wait();
+            second_id = gettid();
+            EXPECT_FALSE(pool.add(theirs)) << "false is success";
+        });
+        const fault meeting = fault::preceded("shmat", [&] {
+            first_attaches.open();
+            EXPECT_TRUE(eventually([&] { return second_id != 0 && sleeps(second_id); }));
+        });
+        EXPECT_FALSE(pool.add(theirs)) << "false is success";
+        second.join();
+        EXPECT_EQ(meeting.fired(), 1);
+        EXPECT_EQ(use_count_of(*pool.find_by_id(theirs)), 2) << "the other process and one object";
+        EXPECT_EQ(pool.nbuf(), 6);
     }
     leave_.open();
     EXPECT_EQ(other_.wait(), 0);

@@ -29,6 +29,10 @@ static_assert(!std::has_virtual_destructor_v<C_shm> && !std::is_polymorphic_v<C_
 
 class PartitionHandle : public CleanNamespace {};
 
+struct chain : C_shm {
+    static const C_shm* newest() { return base; }
+};
+
 TEST_F(PartitionHandle, DefaultOneIsDetached)
 {
     const C_shm part;
@@ -305,7 +309,8 @@ TEST_F(PartitionHandle, ConstructorThatThrowsLeavesNoLockNoHandleAndNoMapping)
         EXPECT_THROW(C_shm{id}, SysError);
         EXPECT_THROW(C_shm("T_BROKEN", 1, 1, false), SysError);
         EXPECT_THROW({ C_shm copy(made); }, SysError);
-        EXPECT_EQ(made.attaches(id), 1) << "no half-made handle on the chain";
+        EXPECT_EQ(made.attaches(id), 1);
+        EXPECT_EQ(chain::newest(), &made) << "no half-made handle on it";
         EXPECT_EQ(attachments(id), 1);
     }
     captured_output captured;

@@ -211,7 +211,7 @@ TEST_F(PartitionMake, SemaphoresThatCannotBeSetAreAFailedSet)
 
 TEST_F(PartitionMake, MoreBuffersThanASemaphoreCountsAreAFailedSet)
 {
-    for (const int nbuf : {32768, 40000}) {
+    for (const int nbuf : {32768, 40000, 70000}) { // 70000 would be 4464 as the kernel's 16 bits
         captured_output captured;
         C_shm part("T_MANY", nbuf, 1, /*sems=*/false);
         expect_set_failed(part, captured, ERANGE);
@@ -246,12 +246,16 @@ TEST_F(PartitionMake, MostBuffersThatTheKernelGrantsWork)
 // Equal size: the second maker gets the same segment and begins it anew. Larger: the kernel refuses.
 TEST_F(PartitionMake, SecondMakerAtTheSameMomentMeetsTheSegmentOfTheFirst)
 {
-    const auto first_maker = [] { shmget(32, 300 + 48 + 1, IPC_CREAT | 0666); };
+    const auto first_maker = [] {
+        live_segment theirs(shmget(32, 300 + 48 + 1, IPC_CREAT | 0666), live_segment::WRITE);
+        theirs.put_bytes(AT_NAME, "T_LONGER_NAME");
+    };
     {
         C_shm equal;
         const fault race = fault::preceded("shmget", first_maker, 2);
         EXPECT_FALSE(equal.make("T_EQUAL", 1, 1)) << "false is success";
         EXPECT_EQ(equal.getStat("freebuf"), "1");
+        EXPECT_EQ(equal.getStat("name"), "T_EQUAL");
         EXPECT_EQ(segments_in_namespace(), 1);
     }
     C_shm larger;
