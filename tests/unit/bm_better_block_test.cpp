@@ -14,13 +14,13 @@ char* count_to_lower = nullptr; // by the next allocation
 
 } // namespace
 
-void* operator new(size_t bytes)
+// None of them inline: the compiler would take malloc and delete, or new and free, for a mistaken pair.
+__attribute__((noinline)) void* operator new(size_t bytes)
 {
     if (count_to_lower != nullptr) zrk4::test::store<int32_t>(std::exchange(count_to_lower, nullptr), 1);
     if (void* at = std::malloc(bytes != 0 ? bytes : 1)) return at;
     throw std::bad_alloc();
 }
-// Not inline: the compiler would take the pair of new and free for a mistake.
 __attribute__((noinline)) void operator delete(void* at) noexcept { std::free(at); }
 __attribute__((noinline)) void operator delete(void* at, size_t) noexcept { std::free(at); }
 

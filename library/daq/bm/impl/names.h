@@ -21,7 +21,7 @@ inline std::string_view name_view(const char* name) { return {name, strnlen(name
 inline void store_name(char* to, std::string_view name)
 {
     std::memset(to, 0, NAME_SIZE);
-    std::memcpy(to, name.data(), name.size() < NAME_SIZE ? name.size() : NAME_SIZE - 1);
+    name.copy(to, NAME_SIZE - 1); // which takes a view of nothing, too
 }
 
 /// `count` names, one every 256 bytes.
