@@ -8,9 +8,9 @@ set -euo pipefail
 # What must be there, and the package that brings it: a command, or a file by its path.
 readonly BUILD=(g++:g++ cmake:cmake ninja:ninja-build)
 readonly TEST=("${BUILD[@]}" clang++:clang clang-format-14:clang-format-14 clang-tidy:clang-tidy
-    shellcheck:shellcheck git:git cmp:diffutils
-    ipcs:util-linux unshare:util-linux setarch:util-linux nm:binutils /usr/include/gtest/gtest.h:libgtest-dev)
-readonly BENCH=("${BUILD[@]}" strace:strace taskset:util-linux)
+    shellcheck:shellcheck git:git cmp:diffutils ipcs:util-linux unshare:util-linux setarch:util-linux nm:binutils
+    strace:strace /usr/include/gtest/gtest.h:libgtest-dev)
+readonly BENCH=("${BUILD[@]}" strace:strace)
 
 is_there() {
     case $1 in

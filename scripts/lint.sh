@@ -20,7 +20,7 @@ check_format() {
 }
 
 check_scripts() {
-    tracked 'scripts/*.sh' .ci/run | xargs -0 --no-run-if-empty shellcheck
+    tracked '*.sh' .ci/run | xargs -0 --no-run-if-empty shellcheck
 }
 
 # Sources that the release tree compiles; a header is seen with whatever includes it.
