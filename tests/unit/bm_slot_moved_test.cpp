@@ -1,5 +1,7 @@
 // The moment between the search for an event's slot and the slot's own lock: the event may end there, and the slot be
 // another one's.
+#include <cerrno>
+
 #include "event_host.h"
 #include "eventually.h"
 #include "fault.h"
@@ -182,6 +184,22 @@ TEST_P(BmEventEnded, LeavesTheNextEventAloneWhenItsLastBlockCameIn)
         "semop", [&] { reuse_slot_1(); }, 5);
     EXPECT_FALSE(enter(last));
     EXPECT_EQ(reused.fired(), 1);
+    EXPECT_EQ(control(1).status(), EVT_C_USED);
+    EXPECT_EQ(slot(1).time(&slot_layout::time), (time_stamp{2000, 0}));
+}
+
+TEST_P(BmEventEnded, LeavesTheNextEventAloneThatCameInTheMiddleOfALook)
+{
+    ASSERT_EQ(used_slot({1000, 0}), 1);
+    slot(1).put(&slot_layout::nsblocks, 1);
+    slot(1).add_client(client({.names = {"A"}}), WAIT);
+    slot(1).add_entry("A", data_id, put({.server = "A"}));
+    // The last reader is forced to be done; before that another process has ended the event.
+    const fault reused = fault::preceded("socket", [&] { reuse_slot_1(); });
+    const fault unreachable = fault::fails("sendto", ENETUNREACH);
+    said([&] { EXPECT_EQ(bm.cl_notify(1), 0); });
+    EXPECT_EQ(reused.fired(), 1);
+    EXPECT_EQ(unreachable.fired(), 1);
     EXPECT_EQ(control(1).status(), EVT_C_USED);
     EXPECT_EQ(slot(1).time(&slot_layout::time), (time_stamp{2000, 0}));
 }
