@@ -150,7 +150,7 @@ bool C_shm::initialise(const char* name, int nbuf, int lbuf) const
         buf.evt_count = 0;
         g->free.link(descriptors, i);
     }
-    std::atomic_signal_fence(std::memory_order_release);   // enough: this processor keeps the order of stores
+    std::atomic_signal_fence(std::memory_order_release); // enough: this processor keeps the order of stores
     const size_t length = strnlen(name, SHM_NAME_SIZE - 1);
     std::memcpy(g->name, name, length);
     g->name[length] = '\0';
