@@ -1,7 +1,10 @@
 // Start and end of the reader thread and its socket.
 #include "BM.h"
 
+#include <algorithm>
 #include <cstdio>
+#include <mutex>
+#include <vector>
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -46,6 +49,47 @@ void keep_to_ourselves(int socket)
     setsockopt(socket, SOL_SOCKET, SO_REUSEADDR, &off, sizeof off);
     static constexpr char loopback[] = "lo";
     setsockopt(socket, SOL_SOCKET, SO_BINDTODEVICE, loopback, sizeof loopback);
+}
+
+bool is_thread(pthread_t id) { return id != 0 && id != static_cast<pthread_t>(-1); }
+
+/// Threads that could not be joined because they stopped themselves, inside their handler. They work for their object
+/// until the handler returns: somebody else joins them before it goes.
+struct left_thread {
+    const BM* of;
+    pthread_t id;
+};
+std::mutex mx_left;
+std::vector<left_thread> left_threads;
+
+bool is_left_by(const left_thread& one, const BM& bm)
+{
+    return one.of == &bm && !pthread_equal(one.id, pthread_self());
+}
+
+void leave_behind(const BM& bm, pthread_t id)
+{
+    const std::lock_guard guard(mx_left);
+    left_threads.push_back({&bm, id});
+}
+
+bool has_left_behind(const BM& bm)
+{
+    const std::lock_guard guard(mx_left);
+    return std::any_of(left_threads.begin(), left_threads.end(), [&](const auto& one) { return is_left_by(one, bm); });
+}
+
+void join_left_behind(const BM& bm)
+{
+    std::vector<left_thread> own;
+    {
+        const std::lock_guard guard(mx_left);
+        const auto others = std::partition(left_threads.begin(), left_threads.end(),
+                                           [&](const auto& one) { return !is_left_by(one, bm); });
+        own.assign(others, left_threads.end());
+        left_threads.erase(others, left_threads.end());
+    }
+    for (const left_thread& one : own) pthread_join(one.id, nullptr);
 }
 
 } // namespace
@@ -93,7 +137,7 @@ bool BM::start_reader()
 {
     if (port >= 0) return false;
     // One that never learnt its port is deaf: it goes before the next one comes.
-    if (bm_core::has_reader_thread(*this)) stop_reader();
+    if (is_thread(rid)) stop_reader();
     const text_later texts;
     pthread_attr_t attributes;
     if (pthread_attr_init(&attributes) != 0) {
@@ -131,20 +175,21 @@ void* reader_thread(void* bm)
     return nullptr;
 }
 
-bool bm_core::has_reader_thread(const BM& bm) { return bm.rid != 0 && bm.rid != static_cast<pthread_t>(-1); }
+bool bm_core::has_reader_thread(const BM& bm) { return is_thread(bm.rid) || has_left_behind(bm); }
 
 bool BM::stop_reader()
 {
     const text_later texts;
-    if (bm_core::has_reader_thread(*this)) {
+    join_left_behind(*this);
+    if (is_thread(rid)) {
         reader_go = false;
         const thread_end end = signal_and_join(rid, [this] { return own->in_callback.load(); });
         if (end == thread_end::not_signalled)
             say_plain("Failed to kill my reading thread: %ld\n", static_cast<long>(rid));
         if (end == thread_end::not_joined) {
-            // The last reader was unsubscribed inside the callback: the thread ends by itself, behind it.
             say_plain("Joining reading thread failed \n");
-            pthread_detach(rid);
+            // The last reader was unsubscribed inside the callback: the thread ends by itself, behind it.
+            if (pthread_equal(rid, pthread_self())) leave_behind(*this, rid);
         }
         rid = static_cast<pthread_t>(-1);
     }
