@@ -1,0 +1,696 @@
+// The monitor thread: its start and end, what it says, and what it takes back.
+#include <cerrno>
+#include <csignal>
+#include <fstream>
+#include <regex>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "bm_core.h"
+#include "reader_host.h"
+#include "thread_calls.h"
+
+using namespace zrk4::test;
+using zrk4::impl::free_flag;
+using zrk4::impl::monitor_go;
+
+namespace {
+
+class monitoring_bm : public open_bm {
+  public:
+    using BM::master;
+    using BM::mperiod;
+    using BM::pid;
+};
+
+/// A buffer manager that is not attached: its monitor runs and looks at nothing.
+class MonitorThread : public testing::Test {
+  protected:
+    MonitorThread() { bm.set_monitoring_period(1000); }
+    ~MonitorThread() override
+    {
+        bm.stop_monitor();
+        EXPECT_TRUE(threads_more(0)) << "threads left";
+    }
+    void expect_stopped() const
+    {
+        EXPECT_EQ(bm.pid, 0U);
+        EXPECT_FALSE(monitor_go);
+        EXPECT_TRUE(threads_more(0));
+    }
+    // One that was joined can be seen a moment longer.
+    bool threads_more(long count) const
+    {
+        return eventually([&] { return threads_now() == threads_ + count; });
+    }
+    monitoring_bm bm;
+
+  private:
+    const long threads_ = threads_now();
+};
+
+/// Blocks SIGABRT in this thread for its life.
+class abort_blocked {
+  public:
+    abort_blocked()
+    {
+        sigset_t wanted;
+        sigemptyset(&wanted);
+        sigaddset(&wanted, SIGABRT);
+        pthread_sigmask(SIG_SETMASK, &wanted, &before_);
+    }
+    ~abort_blocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+    abort_blocked(const abort_blocked&) = delete;
+    abort_blocked& operator=(const abort_blocked&) = delete;
+    static bool still()
+    {
+        sigset_t now;
+        pthread_sigmask(SIG_SETMASK, nullptr, &now);
+        return sigismember(&now, SIGABRT) == 1;
+    }
+
+  private:
+    sigset_t before_{};
+};
+
+// ---- start and end ----------------------------------------------------------------------------------------------------
+
+TEST_F(MonitorThread, StartsAndStops)
+{
+    captured_output captured;
+    EXPECT_FALSE(bm.start_monitor()) << "false is success";
+    EXPECT_TRUE(threads_more(1));
+    EXPECT_NE(bm.pid, 0U);
+    EXPECT_TRUE(monitor_go);
+    EXPECT_FALSE(bm.stop_monitor()) << "always false";
+    expect_stopped();
+    EXPECT_FALSE(bm.start_monitor()) << "and again";
+    EXPECT_EQ(captured.out() + captured.err(), "");
+}
+
+TEST_F(MonitorThread, StopsAtOnceHoweverLongItSleeps)
+{
+    bm.set_monitoring_period(100'000'000);
+    ASSERT_FALSE(bm.start_monitor());
+    const auto before = std::chrono::steady_clock::now();
+    EXPECT_FALSE(bm.stop_monitor());
+    EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(5));
+}
+
+TEST_F(MonitorThread, StopOfOneThatNeverRanTouchesNoFlag)
+{
+    monitor_go = true;
+    EXPECT_FALSE(bm.stop_monitor());
+    EXPECT_TRUE(monitor_go);
+    monitor_go = false;
+}
+
+TEST_F(MonitorThread, SignalHandlerInterruptsAndHoldsItsOwnSignalBack)
+{
+    ASSERT_FALSE(bm.start_monitor());
+    struct sigaction action {};
+    ASSERT_EQ(sigaction(SIGABRT, nullptr, &action), 0);
+    EXPECT_EQ(action.sa_handler, &monitor_int_handler);
+    EXPECT_EQ(action.sa_flags & (SA_RESTART | SA_SIGINFO | SA_RESETHAND | SA_NODEFER), 0);
+    for (int number = 1; number < NSIG; ++number)
+        EXPECT_EQ(sigismember(&action.sa_mask, number) == 1, number == SIGABRT) << number;
+}
+
+TEST_F(MonitorThread, HandlerEndsTheMonitorForThatSignalAlone)
+{
+    monitor_go = true;
+    for (const int number : {0, SIGINT, SIGTERM, SIGUSR1}) monitor_int_handler(number);
+    EXPECT_TRUE(monitor_go);
+    zrk4::impl::is_reader_thread = true;
+    monitor_int_handler(SIGABRT);
+    EXPECT_TRUE(monitor_go) << "a reader's thread was meant";
+    zrk4::impl::is_reader_thread = false;
+    monitor_int_handler(SIGABRT);
+    EXPECT_FALSE(monitor_go);
+}
+
+TEST_F(MonitorThread, SignalToTheProcessEndsItsMonitor)
+{
+    ASSERT_FALSE(bm.start_monitor());
+    kill(getpid(), SIGABRT);
+    EXPECT_TRUE(eventually([] { return !monitor_go; }));
+    EXPECT_TRUE(threads_more(0)) << "it leaves at its next look";
+    EXPECT_FALSE(bm.stop_monitor());
+    EXPECT_EQ(bm.pid, 0U);
+}
+
+TEST_F(MonitorThread, CallersSignalMaskIsAsBefore)
+{
+    const abort_blocked blocked;
+    ASSERT_FALSE(bm.start_monitor());
+    EXPECT_TRUE(abort_blocked::still());
+    EXPECT_FALSE(bm.stop_monitor()) << "the thread can be signalled all the same";
+}
+
+TEST_F(MonitorThread, ItsThreadBlocksTheSignalsOfTheProgram)
+{
+    ASSERT_FALSE(bm.start_monitor());
+    // Of the two threads it is the one with the other number; its mask is set a moment after its start.
+    const auto blocked = [] {
+        for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+            if (task.path().filename() == std::to_string(getpid())) continue;
+            std::ifstream status(task.path() / "status");
+            for (std::string word; status >> word;) {
+                if (word == "SigBlk:") return status >> word, std::stoull(word, nullptr, 16);
+            }
+        }
+        return 0ULL;
+    };
+    unsigned long long wanted = 0;
+    for (const int number : {SIGIO, SIGINT, SIGTERM, SIGALRM, SIGUSR1, SIGUSR2}) wanted |= 1ULL << (number - 1);
+    EXPECT_TRUE(eventually([&] { return blocked() == wanted; })) << std::hex << blocked();
+}
+
+TEST_F(MonitorThread, AttributeThatCannotBeMade)
+{
+    const abort_blocked blocked;
+    captured_output captured;
+    {
+        const failing refused(attr_init_call, ENOMEM);
+        EXPECT_TRUE(bm.start_monitor()) << "true is failure";
+    }
+    EXPECT_EQ(captured.out(), "Failed to init attribute for the monitor thread\n");
+    EXPECT_FALSE(abort_blocked::still()) << "not restored on this path";
+    expect_stopped();
+}
+
+TEST_F(MonitorThread, ThreadThatCannotBeMade)
+{
+    const abort_blocked blocked;
+    captured_output captured;
+    {
+        const fault refused = fault::fails("pthread_create", EAGAIN);
+        EXPECT_TRUE(bm.start_monitor());
+    }
+    EXPECT_EQ(captured.out(), "Failed to start monitor thread\n");
+    EXPECT_TRUE(abort_blocked::still());
+    expect_stopped();
+}
+
+TEST_F(MonitorThread, ThreadThatCannotBeSignalled)
+{
+    ASSERT_FALSE(bm.start_monitor());
+    const pthread_t thread = bm.pid;
+    captured_output captured;
+    {
+        const failing refused(kill_call, ESRCH);
+        EXPECT_FALSE(bm.stop_monitor());
+    }
+    EXPECT_EQ(captured.out(), "Failed to kill my monitoring thread: " + std::to_string(thread) + "\n");
+    EXPECT_EQ(pthread_join(thread, nullptr), 0);
+    expect_stopped();
+}
+
+TEST_F(MonitorThread, ThreadThatCannotBeJoined)
+{
+    ASSERT_FALSE(bm.start_monitor());
+    const pthread_t thread = bm.pid;
+    captured_output captured;
+    {
+        const failing refused(join_call, EINVAL);
+        EXPECT_FALSE(bm.stop_monitor());
+    }
+    EXPECT_EQ(captured.out(), "Joining monitoring thread failed \n");
+    EXPECT_EQ(pthread_join(thread, nullptr), 0);
+    expect_stopped();
+}
+
+TEST_F(MonitorThread, BodyReturnsAtOnceWithoutTheRunFlag)
+{
+    bm.set_monitoring_period(100'000'000);
+    bm.monitor_exec();
+    EXPECT_EQ(monitor_thread(&bm), nullptr) << "the entry too";
+}
+
+TEST_F(MonitorThread, MasterHasOneAndNobodyElse)
+{
+    EXPECT_FALSE(bm.set_master(false)) << "no change";
+    EXPECT_EQ(bm.pid, 0U);
+    EXPECT_FALSE(bm.set_master(true));
+    EXPECT_TRUE(bm.master);
+    const pthread_t first = bm.pid;
+    EXPECT_NE(first, 0U);
+    EXPECT_FALSE(bm.set_master(true)) << "no change";
+    EXPECT_EQ(bm.pid, first);
+    EXPECT_FALSE(bm.set_master(false));
+    EXPECT_FALSE(bm.master);
+    expect_stopped();
+}
+
+TEST_F(MonitorThread, MasterWithoutOneIsNoMaster)
+{
+    const captured_output quiet;
+    const fault refused = fault::fails("pthread_create", EAGAIN);
+    EXPECT_TRUE(bm.set_master(true)) << "true is failure";
+    EXPECT_FALSE(bm.master);
+}
+
+TEST_F(MonitorThread, NewPeriodRestartsAMastersMonitorOnly)
+{
+    const long before = calls_of("pthread_create");
+    bm.set_monitoring_period(5000);
+    EXPECT_EQ(calls_of("pthread_create"), before);
+    EXPECT_FALSE(bm.set_master(true));
+    bm.set_monitoring_period(1000000);
+    EXPECT_EQ(bm.mperiod, 1000000U);
+    EXPECT_EQ(calls_of("pthread_create"), before + 2);
+    EXPECT_TRUE(threads_more(1)) << "the first one has ended";
+    EXPECT_FALSE(bm.set_master(false));
+}
+
+// Both threads are ended with the same signal, and the handler of the last one started is in force.
+TEST_F(MonitorThread, EndOfAReaderIsNotItsOwn)
+{
+    handling_bm reader;
+    ASSERT_FALSE(reader.start_reader());
+    ASSERT_FALSE(bm.start_monitor());
+    EXPECT_FALSE(reader.stop_reader());
+    EXPECT_TRUE(monitor_go);
+    EXPECT_TRUE(threads_more(1));
+    ASSERT_FALSE(reader.start_reader());
+    EXPECT_FALSE(bm.stop_monitor());
+    EXPECT_TRUE(reader.reader_go);
+    EXPECT_TRUE(threads_more(1));
+    reader.stop_reader();
+}
+
+// ---- what it sees ------------------------------------------------------------------------------------------------------
+
+/// A host whose monitor looks every two milliseconds.
+class Monitor : public EventHost {
+  protected:
+    static constexpr int PERIOD_US = 2000;
+    static constexpr int64_t CYCLES = 12; // one more than make a slot suspicious, and one that is under way
+
+    Monitor() { join(watching); }
+    ~Monitor() override { watching.stop_monitor(); }
+
+    void watch(int period = PERIOD_US)
+    {
+        watching.set_monitoring_period(period);
+        ASSERT_FALSE(watching.start_monitor());
+    }
+    /// Lets it look that often at the least: each look takes the table's lock.
+    void wait_for_cycles(int64_t cycles = CYCLES)
+    {
+        for (int64_t i = 0; i < cycles; ++i) {
+            ASSERT_TRUE(events_part.ctrl(0, true));
+            ASSERT_TRUE(waits_for(events_semid));
+            ASSERT_TRUE(events_part.ctrl(0, false));
+        }
+    }
+    // One cycle at a time, whatever the machine does: the monitor waits for the table at a cycle's begin, and for the
+    // clients' control record at its end, because `somebody` has a slot.
+    void watch_in_steps()
+    {
+        somebody = client({.pid = getpid()});
+        ASSERT_TRUE(events_part.ctrl(0, true));
+        watch(/*period=*/100);
+        ASSERT_TRUE(waits_for(events_semid));
+    }
+    /// Cycles in which no event is suspicious.
+    void step(int cycles = 1)
+    {
+        for (int i = 0; i < cycles; ++i) {
+            ASSERT_TRUE(clients_part.ctrl(0, true));
+            ASSERT_TRUE(events_part.ctrl(0, false));
+            ASSERT_TRUE(waits_for(clients_semid));
+            ASSERT_TRUE(events_part.ctrl(0, true));
+            ASSERT_TRUE(clients_part.ctrl(0, false));
+            ASSERT_TRUE(waits_for(events_semid));
+        }
+    }
+    void let_go() { ASSERT_TRUE(events_part.ctrl(0, false)); }
+    static bool waits_for(int semid)
+    {
+        return eventually([&] { return semaphore_waiters(semid, 4) == 1; });
+    }
+    /// Stops it; then its text so far, with times replaced.
+    std::string said_by_monitor(captured_output& captured)
+    {
+        watching.stop_monitor();
+        std::string text = dates_marked(captured.out());
+        text = std::regex_replace(text, std::regex("\\[\\d{9,}:\\d+\\]"), "[NOW]");
+        return std::regex_replace(text, std::regex("took: \\d+\\.\\d{6} ms"), "took: TIME ms");
+    }
+    /// The same up to the end of the first cycle that found an event suspicious.
+    std::string first_said(captured_output& captured)
+    {
+        EXPECT_TRUE(eventually([&] { return captured.out().find("took: ") != std::string::npos; }));
+        const std::string text = said_by_monitor(captured);
+        return text.substr(0, text.find(TOOK) + sizeof TOOK - 1);
+    }
+    std::string suspicious(int n) const
+    {
+        return "DATE MONITOR [NOW] Suspicious event slot: " + std::to_string(n) + " evt:1 1000:500_7\n";
+    }
+    std::string freed(int n) const
+    {
+        return "DATE MONITOR Suspicious event slot: " + std::to_string(n) + " freed \n" + TOOK;
+    }
+    std::string kept(int n) const
+    {
+        return "DATE MONITOR slot[" + std::to_string(n) + "] still alive and in processing: not  freed \n" + TOOK;
+    }
+    /// An event that the monitor has not seen before.
+    int stale_event()
+    {
+        const int n = used_slot();
+        slot(n).put_wide(&slot_layout::eventid, 7);
+        slot(n).put_time(&slot_layout::start, {1000, 1});
+        return n;
+    }
+    bool is_free(int n) const { return control(n).status() == EVT_C_FREE && slot_is_free(n); }
+    bool slot_is_free(int n) const { return !zrk4::impl::is_handed_out(events_part, n); }
+    bool client_is_free(int n) const { return !zrk4::impl::is_handed_out(clients_part, n); }
+    bool becomes_free(int n) const
+    {
+        return eventually([&] { return slot_is_free(n); });
+    }
+
+    static constexpr char TOOK[] = "DATE MONITORING [NOW]   took: TIME ms\n";
+    monitoring_bm watching;
+    int somebody = 0;
+};
+IN_BOTH_GENERATIONS(Monitor);
+
+TEST_P(Monitor, HealthyHostIsWatchedInSilence)
+{
+    client({.pid = getpid()});
+    captured_output captured;
+    watch();
+    wait_for_cycles();
+    EXPECT_EQ(said_by_monitor(captured), "");
+}
+
+TEST_P(Monitor, DebugLevelShowsEveryCycle)
+{
+    const debug_level show(-4000);
+    captured_output captured;
+    watch();
+    wait_for_cycles(3);
+    const std::string text = said_by_monitor(captured);
+    EXPECT_EQ(text.substr(0, 2 * sizeof TOOK - 2), std::string(TOOK) + TOOK);
+}
+
+TEST_P(Monitor, OtherDebugLevelsShowNothing)
+{
+    const debug_level show(-3999);
+    captured_output captured;
+    watch();
+    wait_for_cycles(3);
+    EXPECT_EQ(said_by_monitor(captured), "");
+}
+
+TEST_P(Monitor, UnchangedEventIsReportedAndFreedWithItsBlocks)
+{
+    const int n = stale_event();
+    slot(n).put(&slot_layout::nsblocks, 2);
+    slot(n).add_entry("A", data_id, put({.server = "A"}));
+    captured_output captured;
+    watch();
+    ASSERT_TRUE(becomes_free(n));
+    wait_for_cycles(2);
+    EXPECT_EQ(said_by_monitor(captured),
+              suspicious(n) + "DATE CLEANING[0]  1000:500_7  SHMID: " + std::to_string(data_id) +
+                  "  SLOT: 0 filled:ttoal 1:2\nDATE ltotal: 400 server: A  mask: 0x1 status: 0  nchan: 0\n" + freed(n));
+    EXPECT_TRUE(is_free(n));
+    EXPECT_TRUE(block_is_free(0));
+    EXPECT_EQ(free_flag, 0);
+    EXPECT_EQ(locks_held(), "");
+}
+
+TEST_P(Monitor, TenUnchangedLooksAreNeeded)
+{
+    const int n = stale_event();
+    captured_output captured;
+    watch_in_steps();
+    step(10); // the first one sees the event
+    EXPECT_FALSE(slot_is_free(n));
+    EXPECT_EQ(captured.out(), "");
+    let_go();
+    EXPECT_TRUE(becomes_free(n));
+}
+
+TEST_P(Monitor, AnyChangeOfTheHeadIsASignOfLife)
+{
+    const int n = stale_event();
+    const captured_output quiet;
+    watch_in_steps();
+    const std::vector<std::function<void(slot_bytes)>> changes{
+        [](slot_bytes s) {
+            s.put_time(&slot_layout::time, {1000, 501});
+        },
+        [](slot_bytes s) {
+            s.put_time(&slot_layout::time, {1001, 501});
+        },
+        [](slot_bytes s) { s.put_wide(&slot_layout::eventid, 8); },
+        [](slot_bytes s) { s.put(&slot_layout::evtype, 2); },
+        [](slot_bytes s) { s.put(&slot_layout::tmask, 3); },
+        [](slot_bytes s) {
+            s.put_time(&slot_layout::start, {1000, 2});
+        },
+        [](slot_bytes s) {
+            s.put_time(&slot_layout::lupdate, {0, 4});
+        },
+        [](slot_bytes s) {
+            s.put_time(&slot_layout::lupdate, {5, 4});
+        },
+        [](slot_bytes s) { s.put(&slot_layout::pid, 5); },
+        [](slot_bytes s) { s.put_wide(&slot_layout::evsize, 6); },
+        [](slot_bytes s) { s.put(&slot_layout::nsblocks, 7); },
+        [](slot_bytes s) { s.add_client(3, DONE); },
+        [](slot_bytes s) { s.add_entry("A", 0, -1); },
+    };
+    for (const auto& change : changes) {
+        step(10);
+        change(slot(n));
+    }
+    step(10);
+    EXPECT_FALSE(slot_is_free(n)) << "after 140 looks";
+    let_go();
+    EXPECT_TRUE(becomes_free(n)) << "with the next one";
+}
+
+TEST_P(Monitor, StatusOfAnEventIsNoSignOfLife)
+{
+    const int n = stale_event();
+    const captured_output quiet;
+    watch_in_steps();
+    for (int i = 1; i <= 10; ++i) {
+        step();
+        slot(n).put(&slot_layout::status, i);
+        if (wide()) slot(n).put_first_word(static_cast<uint64_t>(i));
+    }
+    let_go();
+    EXPECT_TRUE(becomes_free(n));
+}
+
+TEST_P(Monitor, EventThatCameMeanwhileIsLookedAtFromTheStart)
+{
+    const int n = stale_event();
+    const captured_output quiet;
+    watch_in_steps();
+    step(8);
+    control(n).put_status(EVT_C_FREE);
+    step();
+    control(n).put_status(EVT_C_USED);
+    step(10);
+    EXPECT_FALSE(slot_is_free(n)) << "the same head, but somebody was there in between";
+    let_go();
+    EXPECT_TRUE(becomes_free(n));
+}
+
+TEST_P(Monitor, ReaderThatNeverTookItsEventIsDoneWithIt)
+{
+    child reader([] { pause(); });
+    const int n = stale_event();
+    const int slot_of_reader = client({.pid = reader.pid()});
+    slot(n).add_client(slot_of_reader, NTF);
+    captured_output captured;
+    watch();
+    ASSERT_TRUE(becomes_free(n));
+    EXPECT_EQ(first_said(captured), suspicious(n) + freed(n));
+    EXPECT_EQ(slot(n).client_status(0), DONE);
+    EXPECT_FALSE(client_is_free(slot_of_reader)) << "it lives";
+}
+
+TEST_P(Monitor, ReaderAtWorkKeepsItsEvent)
+{
+    child reader([] { pause(); });
+    const int n = stale_event();
+    slot(n).add_client(client({.pid = reader.pid()}), PROC);
+    captured_output captured;
+    watch();
+    EXPECT_EQ(first_said(captured), suspicious(n) + kept(n));
+    EXPECT_EQ(control(n).status(), EVT_C_USED);
+    EXPECT_EQ(slot(n).client_status(0), PROC);
+}
+
+TEST_P(Monitor, WriterAtWorkKeepsItsEventForTwentyPeriods)
+{
+    child writer([] { pause(); });
+    const int n = stale_event();
+    slot(n).add_client(client({.cltype = CLI_T_WRITER, .pid = writer.pid()}), PROC);
+    // Twenty periods of 50 ms are one second: until the next one begins the event is kept.
+    time_stamp now;
+    watching.get_cur_time(&now);
+    slot(n).put_time(&slot_layout::lupdate, {now.timeup + 1, 0});
+    captured_output captured;
+    watch(50000);
+    ASSERT_TRUE(becomes_free(n)) << "in the end";
+    const std::string text = said_by_monitor(captured);
+    EXPECT_EQ(text.substr(text.size() - (suspicious(n) + freed(n)).size()), suspicious(n) + freed(n));
+}
+
+TEST_P(Monitor, WriterAtWorkDoesNotKeepAnEventThatWasNeverUpdated)
+{
+    child writer([] { pause(); });
+    const int n = stale_event();
+    slot(n).add_client(client({.cltype = CLI_T_WRITER, .pid = writer.pid()}), PROC);
+    captured_output captured;
+    watch();
+    ASSERT_TRUE(becomes_free(n));
+    EXPECT_EQ(first_said(captured), suspicious(n) + freed(n));
+}
+
+TEST_P(Monitor, KilledReaderIsThrownOutWithItsEvent)
+{
+    for (const int status : {PROC, NTF}) {
+        child reader([] { pause(); });
+        const int n = stale_event();
+        const int slot_of_reader = client({.pid = reader.pid()});
+        slot(n).add_client(slot_of_reader, status);
+        captured_output captured;
+        watch_in_steps();
+        step(10);
+        reader.kill_now();
+        let_go();
+        ASSERT_TRUE(becomes_free(n)) << "in the same pass";
+        EXPECT_EQ(first_said(captured), suspicious(n) + "DATE MONITOR process: " + std::to_string(reader.pid()) +
+                                            "  will be kicked out\n" + freed(n));
+        EXPECT_TRUE(client_is_free(slot_of_reader));
+        EXPECT_EQ(locks_held(), "");
+    }
+}
+
+TEST_P(Monitor, ClientOfAProcessThatIsGoneLosesItsSlot)
+{
+    child reader([] { pause(); });
+    const int slot_of_reader = client({.names = {"A", "B"}, .pid = reader.pid()});
+    captured_output captured;
+    watch();
+    wait_for_cycles(2);
+    EXPECT_FALSE(client_is_free(slot_of_reader));
+    reader.kill_now();
+    ASSERT_TRUE(eventually([&] { return client_is_free(slot_of_reader); }));
+    wait_for_cycles(2);
+    EXPECT_EQ(said_by_monitor(captured), "DATE MONITOR: " + std::to_string(reader.pid()) +
+                                             "  will be kicked out slot:" + std::to_string(slot_of_reader) + "\n");
+    EXPECT_TRUE(client_is_zero(slot_of_reader));
+    EXPECT_EQ(locks_held(), "");
+}
+
+TEST_P(Monitor, ClientsOfItsOwnProcessAreNeverThrownOut)
+{
+    const int n = stale_event();
+    const int own = client({.pid = getpid()});
+    slot(n).add_client(own, PROC);
+    captured_output captured;
+    watch();
+    ASSERT_TRUE(becomes_free(n)) << "they keep no event either";
+    EXPECT_EQ(first_said(captured), suspicious(n) + freed(n));
+    EXPECT_FALSE(client_is_free(own));
+    EXPECT_EQ(slot(n).client_status(0), PROC);
+}
+
+TEST_P(Monitor, UnknownStatusOfAnEventIsReportedInEveryCycle)
+{
+    const int n = stale_event();
+    control(n).put_status(-5);
+    captured_output captured;
+    watch();
+    wait_for_cycles(3);
+    const std::string text = said_by_monitor(captured);
+    EXPECT_EQ(text.substr(0, 36), "DATE Unknown : -5\nDATE Unknown : -5\n");
+    EXPECT_EQ(std::regex_replace(text, std::regex("DATE Unknown : -5\n"), ""), "") << "and nothing else";
+    EXPECT_FALSE(slot_is_free(n));
+}
+
+TEST_P(Monitor, ClientSlotsThatDoNotExistAreReported)
+{
+    const int n = stale_event();
+    for (const int snum : {-1, 25, 1 << 30}) slot(n).add_client(snum, PROC);
+    captured_output captured;
+    watch();
+    ASSERT_TRUE(becomes_free(n));
+    EXPECT_EQ(first_said(captured), suspicious(n) +
+                                        "DATE MONITOR: failed to obtain the client slot address: -1\n"
+                                        "DATE MONITOR: failed to obtain the client slot address: 25\n"
+                                        "DATE MONITOR: failed to obtain the client slot address: 1073741824\n" +
+                                        freed(n));
+}
+
+TEST_P(Monitor, EventIsFreedAlsoWhenItsLockIsNotToBeHad)
+{
+    const int n = stale_event();
+    ASSERT_TRUE(events_part.ctrl(n, true)); // by somebody who stands still
+    const captured_output quiet;
+    watch();
+    EXPECT_TRUE(becomes_free(n));
+    watching.stop_monitor();
+    ASSERT_TRUE(events_part.ctrl(n, false));
+}
+
+TEST_P(Monitor, StopEndsItsWaitForALock)
+{
+    ASSERT_TRUE(events_part.ctrl(0, true));
+    watch();
+    ASSERT_TRUE(eventually([&] { return semaphore_waiters(events_semid, 4) == 1; }));
+    EXPECT_FALSE(watching.stop_monitor());
+    EXPECT_TRUE(event_lock_is_held(0)) << "somebody else's";
+    ASSERT_TRUE(events_part.ctrl(0, false));
+}
+
+class MonitorAlone : public BothGenerations {};
+IN_BOTH_GENERATIONS(MonitorAlone);
+
+TEST_P(MonitorAlone, DataPartitionThatWasRemovedDoesNotEndIt)
+{
+    in_own_process([](event_host& host) {
+        const int n = host.used_slot();
+        for (const char* name : {"A", "B"}) host.slot(n).add_entry(name, host.data_id, host.put({}));
+        host.remove_locks(semid_of(*host.bm.find_by_id(host.data_id)));
+        const captured_output quiet;
+        host.bm.set_monitoring_period(1000);
+        EXPECT_FALSE(host.bm.start_monitor());
+        EXPECT_TRUE(eventually([&] { return host.slot_is_free(n); })) << "one block, and ten cycles later the next";
+        host.bm.stop_monitor();
+        EXPECT_EQ(free_flag, 0);
+        EXPECT_EQ(host.locks_held(), "");
+        clear_ipc_namespace();
+    });
+}
+
+TEST_P(MonitorAlone, LocksThatWereRemovedEndNoProcess)
+{
+    in_own_process([](event_host& host) {
+        captured_output captured;
+        host.remove_locks(host.events_semid);
+        host.bm.set_monitoring_period(1000);
+        EXPECT_FALSE(host.bm.start_monitor());
+        EXPECT_TRUE(eventually([&] { return captured.out() != ""; }));
+        EXPECT_EQ(captured.out().substr(0, 31), "throw C_shm::ctrl UP sem: 4   e");
+        EXPECT_FALSE(host.bm.stop_monitor());
+        clear_ipc_namespace();
+    });
+}
+
+} // namespace
