@@ -17,7 +17,7 @@ namespace {
 union registry_place {
     std::vector<shmid_entry*> list;
     constexpr registry_place() : list() {}
-    ~registry_place() {}
+    ~registry_place() {} // NOLINT(modernize-use-equals-default): the default one of a union would be deleted
 } registry;
 
 // Guards the chain and the mapping of every handle on it. Taken inside mx_cnts, never the other way round.
