@@ -51,8 +51,8 @@ void bm_core::touch_client(const BM& bm, int cl_slot, bool event_done)
     const client_slot client(*bm.cl_buf, cl_slot);
     if (!client) return;
     slot_lock lock(*bm.cl_buf, cl_slot);
-    if (event_done) client.head().evcnt += 1;
-    client.head().atime = time_now();
+    if (event_done) client.count_event();
+    client.renew(time_now());
     lock.unlock();
 }
 

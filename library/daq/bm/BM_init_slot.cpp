@@ -145,7 +145,7 @@ template <class Form> class bm_core::event_filler {
             remember_own_writer_of(c, head.pid);
             return;
         }
-        client.head().atime = now_;
+        client.renew(now_);
         if (!add_client(c, CLI_S_WAIT)) return;
         const name_list names = client.reader_names();
         for (int k = 0; k < names.count; ++k) remember_if_missed(names.at(k));
@@ -214,7 +214,8 @@ template <class Form> class bm_core::event_filler {
     {
         if (zrk4_client_block* block = slot_.client(writer)) block->status = CLI_S_DONE;
         const client_slot client(clients_, writer);
-        client.head().evcnt += 1;
+        if (!client) return;
+        client.count_event();
         const name_list names = client.writer_names();
         for (int k = 0; k < names.count; ++k) {
             if (!add_hole(name_view(names.at(k)))) return;

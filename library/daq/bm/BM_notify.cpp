@@ -90,7 +90,7 @@ template <class Form> class bm_core::client_look {
         ++writers_;
         if (has_all<Form>(bm_, number_, snum)) {
             if (block.status != CLI_S_DONE) {
-                client.head().evcnt += 1;
+                client.count_event();
                 block.status = CLI_S_DONE;
             }
         } else if (block.status != CLI_S_DONE) {

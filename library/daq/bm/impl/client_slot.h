@@ -28,6 +28,10 @@ class client_slot {
     /// The head as it stands, without the slot's lock.
     zrk4_client_slot_head head_now() const { return read_unlocked(&head()); }
 
+    /// Time and counter of the head move under different locks: of the slot, of an event's slot, of the event table.
+    void renew(const time_stamp& now) const { write_unlocked(&head().atime, now); }
+    void count_event() const { count_up(&head().evcnt); }
+
     /// Names of a reader's or a writer's server blocks.
     name_list reader_names() const { return names(sizeof(zrk4_client_reader), word_unlocked(&reader().nsblocks)); }
     name_list writer_names() const { return names(sizeof(zrk4_client_writer), word_unlocked(&writer().nsblocks)); }
