@@ -187,6 +187,18 @@ TEST_F(BmDumpClients, NameWithoutEndIsCutAt256Characters)
     EXPECT_NE(client_lines().find("Server # 0 " + std::string(256, 'x') + "\n"), std::string::npos);
 }
 
+TEST_F(BmDumpClients, FormatOfTheStreamIsNeitherUsedNorChanged)
+{
+    zrk4_client parameters{{{11, 12}}, 13, 14};
+    ASSERT_EQ(bm.subscribe(ZRK4_EV_NORMAL, CLI_T_READER, &parameters, nullptr), 1);
+    std::ostringstream os;
+    os << std::hex << std::showbase << std::left;
+    const auto format = os.flags();
+    bm.dump_cl_slots(os);
+    EXPECT_EQ(os.str(), client_report());
+    EXPECT_EQ(os.flags(), format);
+}
+
 TEST_F(BmDumpClients, NullNameFailsTheStream)
 {
     bm.clname = nullptr;

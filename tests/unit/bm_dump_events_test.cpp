@@ -175,12 +175,15 @@ TEST_F(BmDumpEvents, NameWithoutEndIsCutAt256Characters)
     EXPECT_NE(event_lines().find("\n0 " + std::string(256, 'x') + "   2021161080   0\n"), std::string::npos);
 }
 
-TEST_F(BmDumpEvents, StreamIsDecimalAgain)
+TEST_F(BmDumpEvents, FormatOfTheStreamIsNeitherUsedNorChanged)
 {
     bm.evtctrl[1].status = EVT_C_USED;
     std::ostringstream os;
+    os << std::hex << std::showbase << std::left;
+    const auto format = os.flags();
     bm.dump_ev_slots(os);
-    EXPECT_EQ(os.flags() & std::ios::basefield, std::ios::dec);
+    EXPECT_EQ(os.str(), event_report());
+    EXPECT_EQ(os.flags(), format);
 }
 
 TEST_F(BmDumpEvents, NullNameFailsTheStream)

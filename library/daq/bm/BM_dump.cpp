@@ -5,6 +5,7 @@
 
 #include "bm_core.h"
 #include "client_slot.h"
+#include "decimal_stream.h"
 #include "text_later.h"
 
 using namespace zrk4::impl;
@@ -168,6 +169,7 @@ template <class Form> void dump_event_slots(std::ostream& os, const C_shm_buffer
 
 void BM::dump_cl_slots(std::ostream& os)
 {
+    const decimal_stream format(os);
     const C_shm_buffer* clients = cl_buf;
     if (clients == nullptr) {
         os << "BM::dump_cl_slots() Global partition not accessed" << std::endl;
@@ -188,6 +190,7 @@ void BM::dump_cl_slots() { dump_cl_slots(std::cout); }
 
 void BM::dump_ev_slots(std::ostream& os)
 {
+    const decimal_stream format(os);
     const C_shm_buffer* events = ev_buf;
     if (events == nullptr) {
         os << "BM::dump_ev_slots() Global partition not accessed" << std::endl;

@@ -5,6 +5,7 @@
 #include <iomanip>
 #include <iostream>
 
+#include "decimal_stream.h"
 #include "unlocked.h"
 
 using namespace zrk4::impl;
@@ -47,27 +48,6 @@ std::string last_id(const C_shm_global* g)
     const int tail = g->full.tail;
     return g->full.empty() || tail < 0 || tail >= g->nbuf ? "-0" : decimal(descriptors_of(g)[tail].data_ID);
 }
-
-// Plain decimal numbers to the right of their columns, whatever the stream was set to; gives it its format back.
-class decimal_stream {
-  public:
-    explicit decimal_stream(std::ostream& os)
-        : os_(os), flags_(os.flags(std::ios::dec | std::ios::right)), fill_(os.fill(' '))
-    {
-    }
-    ~decimal_stream()
-    {
-        os_.flags(flags_);
-        os_.fill(fill_);
-    }
-    decimal_stream(const decimal_stream&) = delete;
-    decimal_stream& operator=(const decimal_stream&) = delete;
-
-  private:
-    std::ostream& os_;
-    std::ios::fmtflags flags_;
-    char fill_;
-};
 
 void dump_control(std::ostream& os, const C_shm_global* g)
 {
