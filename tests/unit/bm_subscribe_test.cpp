@@ -159,6 +159,18 @@ TEST_F(BmSubscribe, ControlRecordInTheQueueIsNobodysSlot)
     EXPECT_EQ(counted(), (counts{1, 0, 1, 0, 1})) << "not written over";
 }
 
+// Without names a slot is shorter than the control record.
+TEST_F(CleanNamespace, ControlRecordReachesIntoNobodysSlot)
+{
+    still_master bm;
+    bm.set_nblocks(0);
+    ASSERT_FALSE(quiet_init(bm)) << "false is success";
+    ASSERT_EQ(bm.cl_buf.load()->getBufferLength(), 48);
+    ASSERT_EQ(subscribed(bm, CLI_T_WRITER), 6) << "272 bytes reach into slot 5";
+    EXPECT_EQ(+bm.clictrl->evtypew[TYPE], 1);
+    EXPECT_EQ(+bm.clictrl->clitotal, 1);
+}
+
 // ---- refusals
 
 TEST_F(BmSubscribeRefusal, ObjectWithoutPartitions)

@@ -42,10 +42,10 @@ int bm_core::take_client_slot(C_shm_buffer& clients)
     while (true) {
         char* taken = clients.get_buffer(BM_NO_WAIT, /*multi=*/true);
         if (taken == nullptr) return -1;
-        // Buffer 0 is in the queue when a master died, or has not come, between making the partition and taking it: it
-        // is kept out, and is nobody's slot.
-        const int slot = clients.buffer_id(taken);
-        if (slot != 0) return slot;
+        // Buffer 0 is in the queue when a master died, or has not come, between making the partition and taking it. It
+        // is kept out, and is nobody's slot; nor is one that is so short that the control record reaches into it.
+        if (taken - clients.buffer_addr(0) >= static_cast<ptrdiff_t>(sizeof(zrk4_client_ctrl_block)))
+            return clients.buffer_id(taken);
     }
 }
 
