@@ -145,10 +145,13 @@ template <class Form> class bm_core::monitor {
         if (is_gone(head.pid)) {
             say("MONITOR process: %d  will be kicked out", head.pid);
             free_client_unless_locked(bm_, snum);
-        } else if (block.status == CLI_S_PROC) {
+            return true;
+        }
+        const int32_t status = word_unlocked(&block.status);
+        if (status == CLI_S_PROC) {
             if (head.cltype == CLI_T_READER || was_active(now, seen.head.lupdate)) seen.unchanged = 0;
-        } else if (block.status == CLI_S_NTF) {
-            block.status = CLI_S_DONE; // told, but it never took the event
+        } else if (status == CLI_S_NTF) {
+            store_released(&block.status, CLI_S_DONE); // told, but it never took the event
         }
         return true;
     }
@@ -173,26 +176,33 @@ template <class Form> class bm_core::monitor {
         free_flag = 0;
     }
 
+    // The lock is kept over some slots, for microseconds: taken for each of them it costs most of the cycle.
     bool throw_out_dead_clients()
     {
+        constexpr int IN_ONE_HOLD = 64;
+        const text_later texts;
+        std::optional<slot_lock> control;
         bool go_on = true;
-        for_each_held_slot(*bm_.cl_buf, [&](int j) {
-            if (go_on) go_on = throw_out_if_dead(j);
+        for_each_held_slot(*bm_.cl_buf, [&, kept = 0](int j) mutable {
+            if (go_on && (!control || ++kept == IN_ONE_HOLD)) {
+                control.reset();
+                go_on = static_cast<bool>(control.emplace(*bm_.cl_buf, 0, keep_going));
+                kept = 0;
+            }
+            // Clearing a slot takes longer than all looks of one hold.
+            if (go_on && throw_out_if_dead(j)) control.reset();
             return is_handed_out(*bm_.cl_buf, j);
         });
         return go_on;
     }
 
-    // The port of a dead reader is not closed here: by now it may be a port of this very process.
+    // @return whether it was. The port of a dead reader is not closed here: by now it may be one of this very process.
     bool throw_out_if_dead(int j)
     {
-        const text_later texts;
         const client_slot client(*bm_.cl_buf, j);
-        if (!client) return true;
-        const slot_lock control(*bm_.cl_buf, 0, keep_going);
-        if (!control) return false;
+        if (!client) return false;
         const pid_t pid = client.head_now().pid;
-        if (pid == bm_.mpid || !is_gone(pid)) return true;
+        if (pid == bm_.mpid || !is_gone(pid)) return false;
         say("MONITOR: %d  will be kicked out slot:%d", pid, j);
         free_client_unless_locked(bm_, j);
         return true;
