@@ -17,7 +17,7 @@ TEXT
 }
 
 presets=(release asan-ubsan tsan)
-checks=(layout mistakes second_compiler)
+checks=(layout mistakes second_compiler soak)
 while (($# > 0)); do
     case $1 in
         --quick)
@@ -65,6 +65,9 @@ second_compiler() {
         cmake --build build/clang -j "$(nproc)" &&
         [[ -e build/clang/lib/libZRK4bm.so && -e build/clang/lib/libZRK4evutl.so ]]
 }
+
+# The length that a change is worth; before a release scripts/soak.sh runs for a day.
+soak() { scripts/soak.sh 40; }
 
 # Segments and semaphore sets of the host, one per line.
 ipc_objects() {

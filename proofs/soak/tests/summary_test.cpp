@@ -1,0 +1,61 @@
+// The verdict over a run is what its record says.
+#include "summary.h"
+
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+using namespace soak;
+
+namespace {
+
+figures of(const std::string& record)
+{
+    std::istringstream in(record);
+    return figures_of(in);
+}
+
+const std::string KILL = "kill t=1.0 role=writer-1 pid=12 life=1 status=signal:9\n";
+const std::string BLOCKS = "blocks t=9.0 role=reader-0 n=70\nblocks t=9.0 role=reader-1 n=30\n";
+const std::string LOST = "lost t=9.0 partition=SOAK_DATA_0 buffer=7 owner=12 status=0\n";
+const std::string END = "end t=9.1 longest_gap_ms=8\n";
+
+TEST(SoakSummary, CountsKillsBlocksWrongAndLost)
+{
+    const std::string wrong = "wrong t=2.0 what=bytes role=reader-0\n";
+    const figures seen = of(KILL + KILL + KILL + wrong + wrong + BLOCKS + LOST + END);
+    EXPECT_EQ(last_line(seen), "kills: 3, blocks: 100, wrong: 2, lost: 1");
+    EXPECT_EQ(complaints(seen), "wrong: bytes, 2 times\n");
+}
+
+TEST(SoakSummary, AGoodRunHasNoComplaints) { EXPECT_EQ(complaints(of(KILL + BLOCKS + END)), ""); }
+
+TEST(SoakSummary, AnEndThatWasNotTheKillIsNoKill)
+{
+    const figures seen = of("kill t=1.0 role=writer-1 pid=12 life=1 status=signal:11\n" + BLOCKS + END);
+    EXPECT_EQ(seen.kills, 0U);
+    EXPECT_EQ(complaints(seen), "nobody was killed\n");
+}
+
+TEST(SoakSummary, AKillExplainsOneLostBuffer)
+{
+    EXPECT_EQ(complaints(of(KILL + BLOCKS + LOST + END)), "");
+    EXPECT_EQ(complaints(of(KILL + BLOCKS + LOST + LOST + END)), "lost 2 buffers, at most 1 can be explained\n");
+}
+
+TEST(SoakSummary, AfterARepairNothingMayBeLost)
+{
+    EXPECT_EQ(complaints(of(KILL + BLOCKS + "repair t=9.0 findings=1 repaired=1\n" + LOST + END)),
+              "lost 1 buffers, at most 0 can be explained\n");
+}
+
+TEST(SoakSummary, ARunThatWasCutShortIsNotGood)
+{
+    EXPECT_EQ(complaints(of(KILL + BLOCKS)), "the run did not come to its end\n");
+}
+
+TEST(SoakSummary, ARunInWhichNothingArrivedIsNotGood) { EXPECT_EQ(complaints(of(KILL + END)), "no block arrived\n"); }
+
+TEST(SoakSummary, ALostCountIsALostBuffer) { EXPECT_EQ(of("lost t=9.0 partition=SOAK_DATA_0 count\n").lost, 1U); }
+
+} // namespace
