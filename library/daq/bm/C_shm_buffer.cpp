@@ -8,6 +8,7 @@
 
 #include <sys/sem.h>
 
+#include "free_queue.h"
 #include "own_pid.h"
 #include "sem_change.h"
 #include "text_later.h"
@@ -144,16 +145,8 @@ bool C_shm_buffer::return_buffer(int i)
 bool C_shm_buffer::push_free(int i)
 {
     while (!gate(true)) {}
-    C_shm_buf& buf = bufptr[i];
-    const bool was_out = !buf.queued();
-    if (was_out) {
-        buf.link = NONE;
-        buf.use_count = 0;
-        buf.ldata = 0;
-        buf.trig = 0;
-        buf.status |= BUF_QUEUED;
-        global()->free.link(bufptr, i);
-    }
+    const bool was_out = !bufptr[i].queued();
+    if (was_out) append_free(*global(), bufptr, i);
     gate(false);
     return was_out;
 }

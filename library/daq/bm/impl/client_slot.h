@@ -16,7 +16,7 @@ namespace zrk4::impl {
 /// it is cut to what the slot can hold.
 class client_slot {
   public:
-    client_slot(const C_shm_buffer& part, int n) : at_(part.buffer_addr(n)), room_(part.getBufferLength())
+    template <class Part> client_slot(const Part& part, int n) : at_(part.buffer_addr(n)), room_(part.getBufferLength())
     {
         if (room_ < RECORDS) at_ = nullptr;
     }

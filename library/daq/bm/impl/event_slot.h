@@ -40,8 +40,10 @@ template <class Form> class event_slot {
     static constexpr int64_t CLIENT = sizeof(zrk4_client_block);
     static constexpr int64_t ENTRY = sizeof(zrk4_client_sblock_data);
 
-    /// Empty when the partition has no such slot, or none long enough for a head.
-    event_slot(const C_shm_buffer& part, int n)
+    /// Empty when the partition has no such slot, or none long enough for a head. `Part`: a handle, or what an onlooker
+    /// has in its place.
+    template <class Part>
+    event_slot(const Part& part, int n)
         : at_(n > 0 && part.getBufferLength() >= HEAD ? part.buffer_addr(n) : nullptr), room_(part.getBufferLength())
     {
         if (at_ != nullptr) refresh();
@@ -97,7 +99,8 @@ template <class Form> class event_table {
   public:
     using entry_t = typename Form::entry;
 
-    explicit event_table(const C_shm_buffer& part)
+    template <class Part>
+    explicit event_table(const Part& part)
         : first_(reinterpret_cast<entry_t*>(part.buffer_addr(0))),
           count_(std::max(
               0, std::min(part.getBufferCount() - 1, part.getBufferLength() / static_cast<int>(sizeof(entry_t)))))
