@@ -84,7 +84,6 @@ template <class Form> class bm_core::event_filler {
         slot_lock control(clients_, 0);
         for_each_held_slot(clients_, [&](int c) {
             if (client_now(c).evtype == evtype_) of_this_type_.push_back(c);
-            return true;
         });
         for (const int c : of_this_type_) visit(c);
         control.unlock();

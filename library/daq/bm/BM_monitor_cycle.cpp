@@ -191,7 +191,6 @@ template <class Form> class bm_core::monitor {
             }
             // Clearing a slot takes longer than all looks of one hold.
             if (go_on && throw_out_if_dead(j)) control.reset();
-            return is_handed_out(*bm_.cl_buf, j);
         });
         return go_on;
     }
