@@ -336,9 +336,7 @@ class Monitor : public EventHost {
     std::string said_by_monitor(captured_output& captured)
     {
         watching.stop_monitor();
-        std::string text = dates_marked(captured.out());
-        text = std::regex_replace(text, std::regex("\\[\\d{9,}:\\d+\\]"), "[NOW]");
-        return std::regex_replace(text, std::regex("took: \\d+\\.\\d{6} ms"), "took: TIME ms");
+        return times_marked(captured.out());
     }
     /// The same up to the end of the first cycle that found an event suspicious.
     std::string first_said(captured_output& captured)
@@ -346,18 +344,6 @@ class Monitor : public EventHost {
         EXPECT_TRUE(eventually([&] { return captured.out().find("took: ") != std::string::npos; }));
         const std::string text = said_by_monitor(captured);
         return text.substr(0, text.find(TOOK) + sizeof TOOK - 1);
-    }
-    std::string suspicious(int n) const
-    {
-        return "DATE MONITOR [NOW] Suspicious event slot: " + std::to_string(n) + " evt:1 1000:500_7\n";
-    }
-    std::string freed(int n) const
-    {
-        return "DATE MONITOR Suspicious event slot: " + std::to_string(n) + " freed \n" + TOOK;
-    }
-    std::string kept(int n) const
-    {
-        return "DATE MONITOR slot[" + std::to_string(n) + "] still alive and in processing: not  freed \n" + TOOK;
     }
     /// An event that the monitor has not seen before.
     int stale_event()
@@ -375,7 +361,6 @@ class Monitor : public EventHost {
         return eventually([&] { return slot_is_free(n); });
     }
 
-    static constexpr char TOOK[] = "DATE MONITORING [NOW]   took: TIME ms\n";
     monitoring_bm watching;
     int somebody = 0;
 };
@@ -420,7 +405,8 @@ TEST_P(Monitor, UnchangedEventIsReportedAndFreedWithItsBlocks)
     wait_for_cycles(2);
     EXPECT_EQ(said_by_monitor(captured),
               suspicious(n) + "DATE CLEANING[0]  1000:500_7  SHMID: " + std::to_string(data_id) +
-                  "  SLOT: 0 filled:ttoal 1:2\nDATE ltotal: 400 server: A  mask: 0x1 status: 0  nchan: 0\n" + freed(n));
+                  "  SLOT: 0 filled:ttoal 1:2\nDATE ltotal: 400 server: A  mask: 0x1 status: 0  nchan: 0\n" + freed(n) +
+                  TOOK);
     EXPECT_TRUE(is_free(n));
     EXPECT_TRUE(block_is_free(0));
     EXPECT_EQ(free_flag, 0);
@@ -517,7 +503,7 @@ TEST_P(Monitor, ReaderThatNeverTookItsEventIsDoneWithIt)
     captured_output captured;
     watch();
     ASSERT_TRUE(becomes_free(n));
-    EXPECT_EQ(first_said(captured), suspicious(n) + freed(n));
+    EXPECT_EQ(first_said(captured), suspicious(n) + freed(n) + TOOK);
     EXPECT_EQ(slot(n).client_status(0), DONE);
     EXPECT_FALSE(client_is_free(slot_of_reader)) << "it lives";
 }
@@ -529,7 +515,7 @@ TEST_P(Monitor, ReaderAtWorkKeepsItsEvent)
     slot(n).add_client(client({.pid = reader.pid()}), PROC);
     captured_output captured;
     watch();
-    EXPECT_EQ(first_said(captured), suspicious(n) + kept(n));
+    EXPECT_EQ(first_said(captured), suspicious(n) + kept(n) + TOOK);
     EXPECT_EQ(control(n).status(), EVT_C_USED);
     EXPECT_EQ(slot(n).client_status(0), PROC);
 }
@@ -547,7 +533,7 @@ TEST_P(Monitor, WriterAtWorkKeepsItsEventForTwentyPeriods)
     watch(50000);
     ASSERT_TRUE(becomes_free(n)) << "in the end";
     const std::string text = said_by_monitor(captured);
-    EXPECT_EQ(text.substr(text.size() - (suspicious(n) + freed(n)).size()), suspicious(n) + freed(n));
+    EXPECT_EQ(text.substr(text.size() - (suspicious(n) + freed(n) + TOOK).size()), suspicious(n) + freed(n) + TOOK);
 }
 
 TEST_P(Monitor, WriterAtWorkDoesNotKeepAnEventThatWasNeverUpdated)
@@ -558,7 +544,7 @@ TEST_P(Monitor, WriterAtWorkDoesNotKeepAnEventThatWasNeverUpdated)
     captured_output captured;
     watch();
     ASSERT_TRUE(becomes_free(n));
-    EXPECT_EQ(first_said(captured), suspicious(n) + freed(n));
+    EXPECT_EQ(first_said(captured), suspicious(n) + freed(n) + TOOK);
 }
 
 TEST_P(Monitor, KilledReaderIsThrownOutWithItsEvent)
@@ -575,7 +561,7 @@ TEST_P(Monitor, KilledReaderIsThrownOutWithItsEvent)
         let_go();
         ASSERT_TRUE(becomes_free(n)) << "in the same pass";
         EXPECT_EQ(first_said(captured), suspicious(n) + "DATE MONITOR process: " + std::to_string(reader.pid()) +
-                                            "  will be kicked out\n" + freed(n));
+                                            "  will be kicked out\n" + freed(n) + TOOK);
         EXPECT_TRUE(client_is_free(slot_of_reader));
         EXPECT_EQ(locks_held(), "");
     }
@@ -606,7 +592,7 @@ TEST_P(Monitor, ClientsOfItsOwnProcessAreNeverThrownOut)
     captured_output captured;
     watch();
     ASSERT_TRUE(becomes_free(n)) << "they keep no event either";
-    EXPECT_EQ(first_said(captured), suspicious(n) + freed(n));
+    EXPECT_EQ(first_said(captured), suspicious(n) + freed(n) + TOOK);
     EXPECT_FALSE(client_is_free(own));
     EXPECT_EQ(slot(n).client_status(0), PROC);
 }
@@ -635,7 +621,7 @@ TEST_P(Monitor, ClientSlotsThatDoNotExistAreReported)
                                         "DATE MONITOR: failed to obtain the client slot address: -1\n"
                                         "DATE MONITOR: failed to obtain the client slot address: 25\n"
                                         "DATE MONITOR: failed to obtain the client slot address: 1073741824\n" +
-                                        freed(n));
+                                        freed(n) + TOOK);
 }
 
 TEST_P(Monitor, EventIsFreedAlsoWhenItsLockIsNotToBeHad)

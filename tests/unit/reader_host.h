@@ -12,19 +12,11 @@
 #include "event_host.h"
 #include "eventually.h"
 #include "fault.h"
+#include "monitor_texts.h"
 #include "partition_state.h"
 #include "slot_lock.h"
 
 namespace zrk4::test {
-
-/// Sets the debug level for its life.
-class debug_level {
-  public:
-    explicit debug_level(int level) { __atomic_store_n(&ZRK4_DAQ_BM_DEBUG, level, __ATOMIC_RELAXED); }
-    ~debug_level() { __atomic_store_n(&ZRK4_DAQ_BM_DEBUG, 0, __ATOMIC_RELAXED); }
-    debug_level(const debug_level&) = delete;
-    debug_level& operator=(const debug_level&) = delete;
-};
 
 /// Reader program with a derived class: the handler of each kind is what the test says.
 class handling_bm : public open_bm {
