@@ -96,7 +96,8 @@ class BM_API BM : public C_shm_mpool {
     BM& operator=(const BM&) = delete;
 
     /// For a derived class: called for each event delivered, beside the callback of `set_ev_handler`. It runs in the
-    /// reader thread.
+    /// reader thread, which must have ended before the derived part of the object goes: call `all_clean_up` in the
+    /// derived class's destructor.
     virtual void event_handler(void* head, zrk4_client_sblock_data* first);
     /// Runs `all_clean_up`; an exception that leaves it ends the process.
     virtual ~BM();
