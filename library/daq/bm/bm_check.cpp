@@ -1,8 +1,6 @@
 // Order of a check: what is there, what is plain at once, what has to be watched.
 #include "bm_check.h"
 
-#include <cstdarg>
-#include <cstdio>
 #include <cstdlib>
 #include <thread>
 
@@ -10,16 +8,6 @@
 #include "process_life.h"
 
 namespace zrk4::impl {
-
-std::string worded(const char* format, ...)
-{
-    char text[512];
-    va_list arguments;
-    va_start(arguments, format);
-    std::vsnprintf(text, sizeof text, format, arguments);
-    va_end(arguments);
-    return text;
-}
 
 void check_run::busy(const raw_partition& part, int semaphore)
 {
@@ -157,9 +145,47 @@ void observe(check_run& run, watches all)
     for (const auto& one : all) one->settle(run.listing);
 }
 
+// What is plain at one look, each under its locks.
 void check_tables(check_run& run, const std::vector<const raw_partition*>& parts)
 {
+    for (const raw_partition* part : parts) check_locks(run, *part);
     for (const raw_partition* part : parts) check_queues(run, *part);
+    read_events(run);
+}
+
+// A partition with locks whose buffer 0 is out looks like a slot partition: it may be another exchange's.
+bool may_be_slot_partition(check_run& run, const raw_partition& part)
+{
+    const std::vector<std::string>& data = run.request.data;
+    if (!part.has_locks() || part.getBufferCount() < 1 || !part.handed_out(0)) return false;
+    if (std::find(data.begin(), data.end(), part.name()) != data.end()) return false;
+    mark(run, part, bm_check_state::looked_at,
+         "its owners were not judged: it looks like a slot partition of another exchange");
+    return true;
+}
+
+void watch_owners(check_run& run, const raw_partition& part, watches& to)
+{
+    if (run.listing_trusted && !may_be_slot_partition(run, part)) to.push_back(watch_buffers(run, part));
+}
+
+bool wanted(const check_run& run, const raw_partition& part)
+{
+    const std::vector<std::string>& data = run.request.data;
+    return data.empty() || std::find(data.begin(), data.end(), part.name()) != data.end();
+}
+
+watches watches_of_host(check_run& run, const std::vector<const raw_partition*>& all)
+{
+    watches to;
+    for (const raw_partition* part : all) to.push_back(watch_count(run, *part));
+    for (const raw_partition* part : {run.clients, run.events}) {
+        if (part != nullptr) to.push_back(watch_control_record(run, *part));
+    }
+    for (const raw_partition* part : run.data) watch_owners(run, *part, to);
+    if (run.clients != nullptr && run.events != nullptr && run.listing_trusted) to.push_back(watch_stale_clients(run));
+    to.push_back(watch_leftovers(run));
+    return to;
 }
 
 } // namespace
@@ -177,13 +203,18 @@ bm_check_report bm_check(const bm_check_request& request)
     for (const std::string& name : run.request.data) expect(run, name);
     std::vector<const raw_partition*> all;
     for (const auto& part : run.partitions) {
-        all.push_back(part.get());
+        const bool of_slots = part->name() == run.request.clients || part->name() == run.request.events;
+        if (!of_slots && wanted(run, *part)) run.data.push_back(part.get());
+        if (of_slots || wanted(run, *part)) all.push_back(part.get());
     }
     check_tables(run, all);
-    read_events(run);
-    watches to_watch;
-    for (const raw_partition* part : all) to_watch.push_back(watch_count(run, *part));
-    observe(run, std::move(to_watch));
+    if (run.clients != nullptr) check_clients(run);
+    if (run.events != nullptr && run.listing_trusted) {
+        check_event_slots(run);
+        check_listed(run);
+    }
+    for (const raw_partition* part : all) check_use_count(run, *part);
+    observe(run, watches_of_host(run, all));
     return std::move(run.report);
 }
 
@@ -191,13 +222,17 @@ bm_check_report bm_check_partition(const char* name, const bm_check_request& req
 {
     check_run run(with_names(request));
     find_partitions(run);
-    std::erase_if(run.report.partitions, [&](const bm_checked_partition& p) { return p.name != name; });
-    expect(run, name);
-    const raw_partition* part = named(run, name);
+    if (is_there(run, run.request.events)) run.events = slot_partition(run, run.request.events);
+    const std::string wanted_name = name != nullptr ? name : "";
+    std::erase_if(run.report.partitions,
+                  [&](const bm_checked_partition& p) { return p.name != wanted_name && p.name != run.request.events; });
+    expect(run, wanted_name);
+    const raw_partition* part = named(run, wanted_name);
     if (part == nullptr) return std::move(run.report);
     check_tables(run, {part});
-    watches to_watch;
-    to_watch.push_back(watch_count(run, *part));
-    observe(run, std::move(to_watch));
+    watches to;
+    to.push_back(watch_count(run, *part));
+    if (wanted_name != run.request.clients && wanted_name != run.request.events) watch_owners(run, *part, to);
+    observe(run, std::move(to));
     return std::move(run.report);
 }

@@ -10,11 +10,9 @@
 #include "bm_check.h"
 #include "event_listing.h"
 #include "raw_partition.h"
+#include "worded.h"
 
 namespace zrk4::impl {
-
-/// A text from a format.
-__attribute__((format(printf, 1, 2))) std::string worded(const char* format, ...);
 
 /// Something that looks wrong and may be movement: it is looked at again for the length of the observation.
 class watched {
@@ -55,15 +53,17 @@ void check_locks(check_run& run, const raw_partition& part);
 // check_queue.cpp
 void check_queues(check_run& run, const raw_partition& part);
 std::unique_ptr<watched> watch_count(check_run& run, const raw_partition& part);
-// check_buffers.cpp
+// check_listed.cpp
 void check_listed(check_run& run);
+// check_buffers.cpp
 std::unique_ptr<watched> watch_buffers(check_run& run, const raw_partition& part);
 // check_clients.cpp
 void check_clients(check_run& run);
 // check_slots.cpp
 void check_event_slots(check_run& run);
-std::unique_ptr<watched> watch_stale_clients(check_run& run);
 std::unique_ptr<watched> watch_control_record(check_run& run, const raw_partition& part);
+// check_stale.cpp
+std::unique_ptr<watched> watch_stale_clients(check_run& run);
 // check_leftovers.cpp
 void check_use_count(check_run& run, const raw_partition& part);
 std::unique_ptr<watched> watch_leftovers(check_run& run);

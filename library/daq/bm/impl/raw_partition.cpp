@@ -52,13 +52,28 @@ raw_partition::raw_partition(mapped_segment segment) : segment_(std::move(segmen
     if (condition_ != state::sound) nbuf_ = lbuf_ = 0;
 }
 
-bool raw_partition::has_semaphores() const
+namespace {
+
+long members_of(int semid)
 {
     semid_ds info{};
     semun argument{};
     argument.buf = &info;
-    if (semctl(semid(), 0, IPC_STAT, argument) != 0) return false;
-    return info.sem_nsems >= static_cast<unsigned long>(gbl_nsems + (has_locks_ ? nbuf_ : 0));
+    return semctl(semid, 0, IPC_STAT, argument) == 0 ? static_cast<long>(info.sem_nsems) : -1;
+}
+
+} // namespace
+
+bool raw_partition::has_semaphores() const { return members_of(semid()) >= gbl_nsems + (has_locks_ ? nbuf_ : 0); }
+
+bool raw_partition::read_semaphores(std::vector<unsigned short>& values) const
+{
+    const long members = members_of(semid());
+    if (members < 0) return false;
+    values.resize(static_cast<size_t>(members));
+    semun argument{};
+    argument.array = values.data();
+    return semctl(semid(), 0, GETALL, argument) == 0;
 }
 
 char* raw_partition::buffer_addr(int i) const

@@ -12,7 +12,6 @@
 #include <sys/shm.h>
 
 #include "C_shm_int.h"
-#include "free_queue.h"
 
 namespace zrk4::impl {
 
@@ -69,6 +68,8 @@ class raw_partition {
     size_t table_size() const { return sizeof(C_shm_global) + sizeof(C_shm_buf) * static_cast<size_t>(nbuf_); }
     /// Value of a semaphore, -1 when it cannot be had.
     int value(int semaphore) const;
+    /// All values of the set, resized to it. @return whether they could be read.
+    bool read_semaphores(std::vector<unsigned short>& values) const;
 
   private:
     mapped_segment segment_;
@@ -104,19 +105,6 @@ inline int lock_of_slot(int n) { return gbl_nsems + n; }
 
 /// Adds `by` to a counting semaphore, without waiting. @return whether it could.
 bool change_count(const raw_partition& part, int semaphore, int by);
-
-/// Puts buffer `i` back and counts it, unless it is in a queue. `still` is asked under the gate whether it may go.
-/// @return whether it went back.
-template <class Still> bool give_back(const raw_partition& part, int i, raw_lock::patience how_long, Still still)
-{
-    {
-        const raw_lock gate(part, gbl_gate, how_long);
-        if (!gate || part.descriptors()[i].queued() || !still()) return false;
-        append_free(part.control(), part.descriptors(), i);
-    }
-    change_count(part, gbl_empty, 1);
-    return true;
-}
 
 /// Ids of the segments at the keys of partitions, in the order of the keys.
 std::vector<int> segments_at_partition_keys();
