@@ -2,10 +2,9 @@
 #include <atomic>
 #include <cstring>
 #include <list>
-#include <stdexcept>
 #include <string>
 
-#include "BM.h"
+#include "exchange.h"
 #include "process.h"
 #include "sides.h"
 
@@ -14,21 +13,6 @@ namespace {
 
 constexpr ZRK4_EVTYPE EVENT = ZRK4_EV_NORMAL;
 constexpr size_t HEAD = sizeof(zrk4_serv_block_head_2024);
-
-void require(bool holds, const char* what)
-{
-    if (!holds) throw std::runtime_error(what);
-}
-
-void configure(BM& bm, const limits& room)
-{
-    bm.set_evid_64bit_mode(true);
-    bm.set_time_mask(1000); // microseconds; the events' keys are seconds apart
-    bm.set_nclients(room.clients);
-    bm.set_ncl_slots(room.client_slots);
-    bm.set_nblocks(room.blocks);
-    bm.set_nev_slots(room.event_slots);
-}
 
 void be_master(const limits& room, const line_end& line)
 {
@@ -106,12 +90,7 @@ class library_writer {
     {
         char* block = bm_.get_buffer_from_pool(/*flags=*/0, bytes_, &partition_, &buffer_);
         require(block != nullptr, "no buffer");
-        zrk4_serv_block_head_2024 head{};
-        head.pattern = SB_PATTERN_2024;
-        head.ltotal = bytes_;
-        head.mpulse = number;
-        head.time = {static_cast<uint32_t>(number + 1), 0};
-        std::strcpy(head.server, SERVER);
+        const zrk4_serv_block_head_2024 head = head_of(SERVER, number, bytes_);
         std::memcpy(block, &head, sizeof head);
         return block + HEAD;
     }

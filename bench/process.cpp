@@ -102,9 +102,13 @@ process::~process()
 {
     close(output_);
     if (pid_ < 0) return;
-    kill(pid_, SIGKILL);
-    waitpid(pid_, nullptr, 0);
+    kill();
+    reap();
 }
+
+void process::kill() const { ::kill(pid_, SIGKILL); }
+
+void process::reap() { waitpid(std::exchange(pid_, -1), nullptr, 0); }
 
 void process::fail(const std::string& why) const
 {
@@ -119,7 +123,7 @@ void process::end()
 {
     nod();
     const bool in_time = line_.hung_up();
-    if (!in_time) kill(pid_, SIGKILL);
+    if (!in_time) kill();
     int status = 0;
     waitpid(std::exchange(pid_, -1), &status, 0);
     if (!in_time || !WIFEXITED(status) || WEXITSTATUS(status) != 0) fail("did not end well");

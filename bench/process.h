@@ -72,6 +72,9 @@ class process {
     void await_nod() const { hear<char>(); }
     /// Lets the child go on to its end and waits for it.
     void end();
+    /// Kills it, and does not wait: until it is reaped it counts as alive.
+    void kill() const;
+    void reap();
 
   private:
     struct made {
