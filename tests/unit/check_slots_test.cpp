@@ -1,70 +1,15 @@
 // The slots of a host, broken by hand in each way in which a death can leave them.
-#include "check_findings.h"
-#include "event_host.h"
-#include "slot_lock.h"
+#include "check_host.h"
 
 namespace zrk4::test {
 namespace {
 
-constexpr char CLIENTS[] = "ZRK4_CLIENT_SLOTS";
-constexpr char EVENTS[] = "ZRK4_EVENT_SLOTS";
-
-time_stamp now()
-{
-    timespec t{};
-    clock_gettime(CLOCK_REALTIME, &t);
-    return {static_cast<uint32_t>(t.tv_sec), static_cast<uint32_t>(t.tv_nsec / 1000)};
-}
-
-class CheckHost : public EventHost {
+class CheckSlots : public CheckHost {
   protected:
-    bm_check_request request(bool repair = false) const
-    {
-        bm_check_request wanted = quick(repair);
-        wanted.records_2024 = wide();
-        return wanted;
-    }
-    lines found(bool repair = false) const { return lines_of(bm_check(request(repair))); }
-    /// Told, mended, and then nothing left to tell.
-    void expect_mended(const lines& broken) const
-    {
-        EXPECT_EQ(found(), broken);
-        lines repaired = broken;
-        for (std::string& line : repaired) line.replace(line.find("broken"), 6, "repaired");
-        EXPECT_EQ(found(true), repaired);
-        EXPECT_EQ(found(), lines{});
-    }
-    static std::string at(const char* part, int number, pid_t pid)
-    {
-        return std::string(part) + "[" + std::to_string(number) + "] pid " + std::to_string(pid);
-    }
-    /// A client written by hand and counted, as one that has just subscribed.
-    int counted_client(client_spec c)
-    {
-        c.atime = now();
-        const int slot = client(c);
-        const bool reads = c.cltype == CLI_T_READER;
-        add_to_counter(4, 1);
-        add_to_counter(reads ? 8 : 12, 1);
-        add_to_counter((reads ? 16 : 144) + 4 * c.evtype, 1);
-        return slot;
-    }
-    int counter(int offset) const { return load<int32_t>(clients_part.buffer_addr(0) + offset); }
-    void add_to_counter(int offset, int by) const
-    {
-        store<int32_t>(clients_part.buffer_addr(0) + offset, counter(offset) + by);
-    }
-    void own(C_shm_buffer& part, int i, pid_t pid) { part.get_bufptr()[i].owner_pid = pid; }
-    C_shm_buffer& data() { return *bm.find_by_id(data_id); }
-    int free_in(C_shm_buffer& part) const { return std::stoi(part.getStat("freebuf")); }
-    void gone_from(C_shm_buffer& part, int i) // taken out as an allocator takes it
-    {
-        while (part.buffer_id(part.get_buffer(BM_NO_WAIT, true)) != i) {}
-    }
     const pid_t dead = dead_pid();
 };
 
-TEST_P(CheckHost, OfLiveClientsAndAnEventIsSound)
+TEST_P(CheckSlots, OfLiveClientsAndAnEventIsSound)
 {
     writer({"A", "B"});
     counted_client({.cltype = CLI_T_READER});
@@ -75,7 +20,7 @@ TEST_P(CheckHost, OfLiveClientsAndAnEventIsSound)
     EXPECT_FALSE(slot_is_free(n));
 }
 
-TEST_P(CheckHost, ADeadClientsSlotComesBack)
+TEST_P(CheckSlots, ADeadClientsSlotComesBack)
 {
     const int c = counted_client({.cltype = CLI_T_WRITER, .names = {"A"}, .pid = dead});
     own(clients_part, c, dead);
@@ -87,7 +32,7 @@ TEST_P(CheckHost, ADeadClientsSlotComesBack)
     EXPECT_EQ(counter(12), 0);
 }
 
-TEST_P(CheckHost, ALiveClientKeepsItsSlot)
+TEST_P(CheckSlots, ALiveClientKeepsItsSlot)
 {
     bystanders alive;
     const pid_t pid = alive.one_more();
@@ -97,7 +42,7 @@ TEST_P(CheckHost, ALiveClientKeepsItsSlot)
     EXPECT_FALSE(client_is_free(c));
 }
 
-TEST_P(CheckHost, AClientWhoseParentSubscribedItKeepsItsSlot)
+TEST_P(CheckSlots, AClientWhoseParentSubscribedItKeepsItsSlot)
 {
     bystanders alive;
     const int c = counted_client({.cltype = CLI_T_READER, .pid = dead});
@@ -106,7 +51,7 @@ TEST_P(CheckHost, AClientWhoseParentSubscribedItKeepsItsSlot)
     EXPECT_FALSE(client_is_free(c));
 }
 
-TEST_P(CheckHost, AnotherProcessUnderADeadClientsIdIsNotItsOwner)
+TEST_P(CheckSlots, AnotherProcessUnderADeadClientsIdIsNotItsOwner)
 {
     bystanders alive;
     const pid_t pid = alive.one_more();
@@ -117,7 +62,7 @@ TEST_P(CheckHost, AnotherProcessUnderADeadClientsIdIsNotItsOwner)
                    std::to_string(pid) + ", which is gone"});
 }
 
-TEST_P(CheckHost, ASlotTakenAndNeverFilledComesBack)
+TEST_P(CheckSlots, ASlotTakenAndNeverFilledComesBack)
 {
     const int c = clients_part.buffer_id(clients_part.get_buffer(BM_NO_WAIT, true));
     EXPECT_EQ(found(true), lines{}) << "its taker lives";
@@ -127,7 +72,7 @@ TEST_P(CheckHost, ASlotTakenAndNeverFilledComesBack)
     EXPECT_TRUE(client_is_free(c));
 }
 
-TEST_P(CheckHost, WrongCountersAreRecounted)
+TEST_P(CheckSlots, WrongCountersAreRecounted)
 {
     writer({"A"});
     counted_client({.cltype = CLI_T_READER});
@@ -141,7 +86,7 @@ TEST_P(CheckHost, WrongCountersAreRecounted)
                    std::string("7 broken ") + CLIENTS + ": readers of type 3 are counted as 5, there are 0"});
 }
 
-TEST_P(CheckHost, AClientThatIsStillSubscribingIsNotCountedYet)
+TEST_P(CheckSlots, AClientThatIsStillSubscribingIsNotCountedYet)
 {
     const int c = client({.cltype = CLI_T_READER, .atime = now()});
     latch taken, go_on;
@@ -160,7 +105,7 @@ TEST_P(CheckHost, AClientThatIsStillSubscribingIsNotCountedYet)
     EXPECT_EQ(found(), lines{});
 }
 
-TEST_P(CheckHost, AnEventSlotInNoEventComesBack)
+TEST_P(CheckSlots, AnEventSlotInNoEventComesBack)
 {
     const int n = taken_slot();
     expect_mended({"6 broken " + at(EVENTS, n, getpid()) + ": event slot " + std::to_string(n) +
@@ -168,7 +113,7 @@ TEST_P(CheckHost, AnEventSlotInNoEventComesBack)
     EXPECT_TRUE(slot_is_free(n));
 }
 
-TEST_P(CheckHost, AUsedSlotInTheFreeQueueIsTakenOut)
+TEST_P(CheckSlots, AUsedSlotInTheFreeQueueIsTakenOut)
 {
     const int n = used_slot();
     events_part.return_buffer(n);
@@ -177,7 +122,7 @@ TEST_P(CheckHost, AUsedSlotInTheFreeQueueIsTakenOut)
     EXPECT_FALSE(slot_is_free(n));
 }
 
-TEST_P(CheckHost, AControlEntryOfNoKnownStatusFollowsItsSlot)
+TEST_P(CheckSlots, AControlEntryOfNoKnownStatusFollowsItsSlot)
 {
     const int n = used_slot();
     control(n).put_status(7);
@@ -190,7 +135,7 @@ TEST_P(CheckHost, AControlEntryOfNoKnownStatusFollowsItsSlot)
     EXPECT_EQ(control(n + 1).status(), EVT_C_FREE);
 }
 
-TEST_P(CheckHost, ControlRecordsInTheFreeQueueAreTakenOut)
+TEST_P(CheckSlots, ControlRecordsInTheFreeQueueAreTakenOut)
 {
     clients_part.return_buffer(0);
     events_part.return_buffer(0);
@@ -200,7 +145,7 @@ TEST_P(CheckHost, ControlRecordsInTheFreeQueueAreTakenOut)
     EXPECT_EQ(free_in(events_part), 9);
 }
 
-TEST_P(CheckHost, ABufferOfADeadWriterComesBack)
+TEST_P(CheckSlots, ABufferOfADeadWriterComesBack)
 {
     const int b = put({});
     EXPECT_EQ(found(true), lines{}) << "its writer lives";
@@ -211,7 +156,7 @@ TEST_P(CheckHost, ABufferOfADeadWriterComesBack)
     EXPECT_EQ(semaphore_value(semid_of(data()), 1), BLOCKS);
 }
 
-TEST_P(CheckHost, AnEventKeepsTheBufferOfADeadWriter)
+TEST_P(CheckSlots, AnEventKeepsTheBufferOfADeadWriter)
 {
     const int b = put({});
     own(data(), b, dead);
@@ -223,7 +168,7 @@ TEST_P(CheckHost, AnEventKeepsTheBufferOfADeadWriter)
     EXPECT_FALSE(block_is_free(b));
 }
 
-TEST_P(CheckHost, ABufferListedTwiceLosesItsSecondEntry)
+TEST_P(CheckSlots, ABufferListedTwiceLosesItsSecondEntry)
 {
     const int b = put({});
     const int n = used_slot();
@@ -234,7 +179,7 @@ TEST_P(CheckHost, ABufferListedTwiceLosesItsSecondEntry)
     EXPECT_EQ(slot(n).entries(), (std::vector<seen_entry>{{"A", data_id, b}, hole("B")}));
 }
 
-TEST_P(CheckHost, ABufferInTwoEventsStaysInTheYounger)
+TEST_P(CheckSlots, ABufferInTwoEventsStaysInTheYounger)
 {
     const int b = put({});
     const int older = used_slot({1000, 0});
@@ -248,7 +193,7 @@ TEST_P(CheckHost, ABufferInTwoEventsStaysInTheYounger)
     EXPECT_EQ(slot(younger).entries(), (std::vector<seen_entry>{{"A", data_id, b}}));
 }
 
-TEST_P(CheckHost, AnEntryOfAFreeBufferBecomesAHole)
+TEST_P(CheckSlots, AnEntryOfAFreeBufferBecomesAHole)
 {
     const int b = put({});
     const int n = used_slot();
@@ -312,7 +257,7 @@ TEST_P(CheckReturning, AMarkWhoseBufferIsBackIsForgotten)
     EXPECT_EQ(slot(n).entries(), std::vector<seen_entry>{hole("A")});
 }
 
-TEST_P(CheckHost, HeldBuffersAreListedOnRequest)
+TEST_P(CheckSlots, HeldBuffersAreListedOnRequest)
 {
     const int b = put({});
     bm_check_request asked = request(true);
@@ -323,7 +268,7 @@ TEST_P(CheckHost, HeldBuffersAreListedOnRequest)
     EXPECT_FALSE(block_is_free(b));
 }
 
-TEST_P(CheckHost, AnEventIsEndedWhoseReaderHasAYoungerProcessInItsPlace)
+TEST_P(CheckSlots, AnEventIsEndedWhoseReaderHasAYoungerProcessInItsPlace)
 {
     bystanders alive;
     const pid_t pid = alive.one_more();
@@ -342,7 +287,7 @@ TEST_P(CheckHost, AnEventIsEndedWhoseReaderHasAYoungerProcessInItsPlace)
     EXPECT_EQ(control(n).status(), EVT_C_FREE);
 }
 
-TEST_P(CheckHost, AnEventIsEndedWhoseReadersSlotHasAnotherType)
+TEST_P(CheckSlots, AnEventIsEndedWhoseReadersSlotHasAnotherType)
 {
     const int c = counted_client({.cltype = CLI_T_READER, .evtype = TYPE + 1});
     const int other = counted_client({.cltype = CLI_T_READER});
@@ -356,7 +301,7 @@ TEST_P(CheckHost, AnEventIsEndedWhoseReadersSlotHasAnotherType)
     EXPECT_FALSE(slot_is_free(n)) << "the other reader is at work";
 }
 
-TEST_P(CheckHost, ASlowReaderKeepsItsEvent)
+TEST_P(CheckSlots, ASlowReaderKeepsItsEvent)
 {
     const int c = counted_client({.cltype = CLI_T_READER});
     const int n = used_slot();
@@ -366,7 +311,7 @@ TEST_P(CheckHost, ASlowReaderKeepsItsEvent)
     EXPECT_EQ(slot(n).client_status(0), PROC);
 }
 
-TEST_P(CheckHost, RecordsOfTheOtherGenerationAreAnAnswer)
+TEST_P(CheckSlots, RecordsOfTheOtherGenerationAreAnAnswer)
 {
     writer({"A"});
     const int n = init_slot();
@@ -379,7 +324,7 @@ TEST_P(CheckHost, RecordsOfTheOtherGenerationAreAnAnswer)
     EXPECT_FALSE(report.complete());
 }
 
-TEST_P(CheckHost, TakesNoSlotAndIsNoUser)
+TEST_P(CheckSlots, TakesNoSlotAndIsNoUser)
 {
     const int users = use_count_of(events_part);
     const int slots = free_in(clients_part);
@@ -389,7 +334,7 @@ TEST_P(CheckHost, TakesNoSlotAndIsNoUser)
     EXPECT_EQ(locks_held(), "");
 }
 
-IN_BOTH_GENERATIONS(CheckHost);
+IN_BOTH_GENERATIONS(CheckSlots);
 IN_BOTH_GENERATIONS(CheckReturning);
 
 } // namespace

@@ -1,5 +1,6 @@
 // The owners of a data partition's buffers: who is out without an event, and whether somebody may still use him.
 #include <map>
+#include <set>
 
 #include "block_form.h"
 #include "check_run.h"
@@ -48,6 +49,7 @@ class buffer_watch : public watched {
             if (!buf.queued() && (first_ || as_before)) now.emplace(i, owner);
         }
         loose_ = std::move(now);
+        ask_for_owners();
     }
 
     bool still(const event_listing& listing) override
@@ -61,28 +63,37 @@ class buffer_watch : public watched {
             if (run_.request.repair) clear_marks();
             return false;
         }
-        segment_users users(part_.shmid());
         return run_.request.list_held || !marks_.empty() ||
-               std::any_of(loose_.begin(), loose_.end(), [&](const auto& b) { return !users.can_hold(b.second); });
+               std::any_of(loose_.begin(), loose_.end(), [&](const auto& b) { return is_gone(b.second); });
     }
 
     void settle(const event_listing& listing) override
     {
         // A slot that was read without its lock may have hidden an entry in the middle of being moved.
         if (!listing.whole()) return;
-        segment_users users(part_.shmid());
         loose_buffers held;
         for (const auto& [bnum, owner] : loose_) {
-            if (users.can_hold(owner)) {
-                held.emplace(bnum, owner);
-            } else {
+            if (is_gone(owner)) {
                 settle_lost(bnum, owner);
+            } else {
+                held.emplace(bnum, owner);
             }
         }
         settle_held(held);
     }
 
   private:
+    // Before the event slots are read: who lives now may still enter his buffer, and be gone when it is asked for.
+    void ask_for_owners()
+    {
+        segment_users users(part_.shmid());
+        gone_.clear();
+        for (const auto& [bnum, owner] : loose_) {
+            if (!users.can_hold(owner)) gone_.insert(owner);
+        }
+    }
+    bool is_gone(pid_t owner) const { return gone_.count(owner) != 0; }
+
     // A mark that comes while we look belongs to a buffer that we did not see leave its event.
     void keep_marks_of(const event_listing& listing)
     {
@@ -97,17 +108,23 @@ class buffer_watch : public watched {
         marks_ = std::move(now);
     }
 
-    bool take_back(int bnum, pid_t owner) const
+    // Asked again with the gate in hand: a process that left may have come back.
+    second_look look_again(int bnum, pid_t owner, bool must_be_gone) const
     {
-        return run_.request.repair &&
-               give_back(part_, bnum, run_.request.patience, [&] { return part_.owner(bnum) == owner; });
+        const auto stands = [&] {
+            return part_.owner(bnum) == owner && (!must_be_gone || !segment_users(part_.shmid()).can_hold(owner));
+        };
+        if (run_.request.repair)
+            return give_back(part_, bnum, run_.request.patience, stands) ? second_look::mended : second_look::moved;
+        const raw_lock gate(part_, gbl_gate, run_.request.patience);
+        return gate && part_.handed_out(bnum) && stands() ? second_look::stands : second_look::moved;
     }
 
     void settle_lost(int bnum, pid_t owner)
     {
         const std::string text =
             worded("buffer %d was taken by process %d, which is gone, and is in no event", bnum, owner);
-        run_.found(4, part_.name(), bnum, owner, text, take_back(bnum, owner));
+        run_.confirmed(look_again(bnum, owner, true), 4, part_.name(), bnum, owner, text);
     }
 
     // A mark says that one buffer was on its way back when a process died. As many marks as buffers that fit them, and no
@@ -136,7 +153,7 @@ class buffer_watch : public watched {
     void settle_returning(int bnum, pid_t owner)
     {
         const std::string text = worded("buffer %d was on its way back when a process died", bnum);
-        run_.found(4, part_.name(), bnum, owner, text, take_back(bnum, owner));
+        run_.confirmed(look_again(bnum, owner, false), 4, part_.name(), bnum, owner, text);
     }
 
     void undecidable(int bnum, pid_t owner, const char* why)
@@ -167,6 +184,7 @@ class buffer_watch : public watched {
     bool first_ = true;
     bool readable_ = true;
     loose_buffers loose_;
+    std::set<pid_t> gone_; // owners of loose ones
     std::vector<return_mark> marks_;
 };
 

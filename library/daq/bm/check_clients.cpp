@@ -20,7 +20,8 @@ struct held_client {
     bool operator==(const held_client& other) const
     {
         return slot == other.slot && owner == other.owner && head.pid == other.head.pid &&
-               head.cltype == other.head.cltype && head.evtype == other.head.evtype;
+               same_time(head.atime, other.head.atime) && head.cltype == other.head.cltype &&
+               head.evtype == other.head.evtype;
     }
 };
 
@@ -171,15 +172,19 @@ void uncount(const raw_partition& part, const held_client& c)
     if (type < ZRK4_EV_EVMAX) (reads ? counts.evtyper : counts.evtypew)[type] -= 1;
 }
 
-bool take_back(check_run& run, const held_client& c)
+// Asked again with the locks in hand: until then its owner may have left, as anybody does.
+second_look look_again(const check_run& run, const held_client& c)
 {
     const raw_partition& part = *run.clients;
     const raw_lock control(part, lock_of_slot(0), run.request.patience);
     const raw_lock own(part, lock_of_slot(c.slot), raw_lock::patience(0));
-    if (!control || !own || !part.handed_out(c.slot) || !(client_at(part, c.slot) == c)) return false;
+    if (!control || !own || !part.handed_out(c.slot) || !(client_at(part, c.slot) == c)) return second_look::moved;
+    if (!client_owners(part).gone(c)) return second_look::moved;
+    if (!run.request.repair) return second_look::stands;
     uncount(part, c);
     zero_fill(part.buffer_addr(c.slot), static_cast<size_t>(part.getBufferLength()));
-    return give_back(part, c.slot, run.request.patience, [] { return true; });
+    const bool back = give_back(part, c.slot, run.request.patience, [] { return true; });
+    return back ? second_look::mended : second_look::stands;
 }
 
 void check_owners(check_run& run, const std::vector<held_client>& held)
@@ -191,8 +196,7 @@ void check_owners(check_run& run, const std::vector<held_client>& held)
         const pid_t pid = c.subscribed() ? c.head.pid : c.owner;
         const char* text = c.subscribed() ? "client slot %d belongs to process %d, which is gone"
                                           : "client slot %d was taken by process %d, which is gone";
-        run.found(4, run.clients->name(), c.slot, pid, worded(text, c.slot, pid),
-                  run.request.repair && take_back(run, c));
+        run.confirmed(look_again(run, c), 4, run.clients->name(), c.slot, pid, worded(text, c.slot, pid));
     }
 }
 

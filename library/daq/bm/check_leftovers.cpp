@@ -7,19 +7,20 @@
 
 namespace zrk4::impl {
 
-// Exact: who has access has the segment attached, and counts himself under the gate.
+// Exact under the gate: who has access counts himself with it in hand, and has the segment attached before and after.
 void check_use_count(check_run& run, const raw_partition& part)
 {
-    const int count = part.control().gbl_count;
-    if (count == 0 || part.segment().others() > 0) return;
-    bool mended = false;
-    if (run.request.repair) {
+    if (part.control().gbl_count == 0) return;
+    int count = 0;
+    {
         const raw_lock gate(part, gbl_gate, run.request.patience);
-        mended = gate && part.segment().others() <= 0;
-        if (mended) part.control().gbl_count = 0;
+        if (!gate || part.segment().others() > 0) return;
+        count = part.control().gbl_count;
+        if (run.request.repair) part.control().gbl_count = 0;
     }
+    if (count == 0) return;
     run.found(7, part.name(), -1, 0, worded("the use count is %d, and nobody has the partition attached", count),
-              mended);
+              run.request.repair);
 }
 
 namespace {

@@ -44,9 +44,6 @@ bool earlier(const time_stamp& a, const time_stamp& b)
     return a.timeup != b.timeup ? a.timeup < b.timeup : a.timelow < b.timelow;
 }
 
-/// What a second look with the locks in hand found.
-enum class second_look { moved, stands, mended };
-
 // Of two events the older one loses it: the buffer must have been back once before the younger could list it.
 template <class Form> second_look look_at_twins(const check_run& run, const listed_block& a, const listed_block& b)
 {
@@ -80,14 +77,12 @@ second_look look_at_free_one(const check_run& run, const raw_partition& part, co
 template <class Form> void check_twins(check_run& run, const listed_block& a, const listed_block& b)
 {
     const second_look seen = look_at_twins<Form>(run, a, b);
-    if (seen == second_look::moved) return;
     const raw_partition* part = partition_of(run, a.shmid);
     const std::string text = a.slot == b.slot
                                  ? worded("buffer %d is listed twice in event slot %d", a.bnum, a.slot)
                                  : worded("buffer %d is listed in event slots %d and %d", a.bnum, a.slot, b.slot);
-    run.found(5, part != nullptr ? part->name() : worded("segment %d", a.shmid), a.bnum,
-              part != nullptr && a.bnum < part->getBufferCount() ? part->owner(a.bnum) : 0, text,
-              seen == second_look::mended);
+    run.confirmed(seen, 5, part != nullptr ? part->name() : worded("segment %d", a.shmid), a.bnum,
+                  part != nullptr && a.bnum < part->getBufferCount() ? part->owner(a.bnum) : 0, text);
 }
 
 template <class Form> void check_free_one(check_run& run, const listed_block& b)
@@ -95,10 +90,8 @@ template <class Form> void check_free_one(check_run& run, const listed_block& b)
     const raw_partition* part = partition_of(run, b.shmid);
     if (part == nullptr || b.bnum >= part->getBufferCount() || part->handed_out(b.bnum)) return;
     const second_look seen = look_at_free_one<Form>(run, *part, b);
-    if (seen == second_look::moved) return;
-    run.found(4, part->name(), b.bnum, 0,
-              worded("buffer %d is in the free queue and listed in event slot %d", b.bnum, b.slot),
-              seen == second_look::mended);
+    run.confirmed(seen, 4, part->name(), b.bnum, 0,
+                  worded("buffer %d is in the free queue and listed in event slot %d", b.bnum, b.slot));
 }
 
 } // namespace

@@ -26,6 +26,13 @@ class watched {
     virtual void settle(const event_listing& listing) = 0;
 };
 
+/// What a second look, with the locks in hand, found.
+enum class second_look {
+    moved,  ///< it was movement, or a lock could not be had: no finding
+    stands, ///< it is so
+    mended
+};
+
 struct check_run {
     explicit check_run(bm_check_request wanted) : request(std::move(wanted)) {}
 
@@ -44,6 +51,13 @@ struct check_run {
         report.findings.push_back(
             {invariant, partition, number, pid, repaired ? bm_verdict::repaired : bm_verdict::broken, std::move(text)});
         return report.findings.back();
+    }
+    /// Reports what a second look has confirmed.
+    void confirmed(second_look seen, int invariant, const std::string& partition, int number, int64_t pid,
+                   std::string text)
+    {
+        if (seen == second_look::moved) return;
+        found(invariant, partition, number, pid, std::move(text), seen == second_look::mended);
     }
     void busy(const raw_partition& part, int semaphore);
 };
