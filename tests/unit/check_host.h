@@ -24,6 +24,8 @@ inline time_stamp now()
 /// A host of live clients, looked at with a short observation.
 class CheckHost : public EventHost {
   protected:
+    explicit CheckHost(const host_size& size = {}) : EventHost(size) {}
+
     bm_check_request request(bool repair = false) const
     {
         bm_check_request wanted = quick(repair);

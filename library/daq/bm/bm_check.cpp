@@ -9,16 +9,23 @@
 
 namespace zrk4::impl {
 
-void check_run::busy(const raw_partition& part, int semaphore)
+void check_run::mark(const raw_partition& part, bm_check_state state, const std::string& text)
 {
-    const auto holder = static_cast<pid_t>(semctl(part.semid(), semaphore, GETPID));
-    const std::string lock = semaphore == gbl_gate ? "the gate" : worded("lock %d", semaphore - gbl_nsems);
     for (bm_checked_partition& seen : report.partitions) {
         if (seen.shmid != part.shmid() || seen.state != bm_check_state::looked_at) continue;
-        seen.state = bm_check_state::busy;
-        seen.text = worded("%s could not be had within %ld ms: held by process %d (%c)", lock.c_str(),
-                           static_cast<long>(request.patience.count()), holder, process_state(holder));
+        seen.state = state;
+        seen.text = text;
     }
+}
+
+void check_run::busy(const raw_partition& part, int semaphore)
+{
+    if (!part.has_semaphores()) return mark(part, bm_check_state::damaged, "its semaphore set is gone");
+    const auto holder = static_cast<pid_t>(semctl(part.semid(), semaphore, GETPID));
+    const std::string lock = semaphore == gbl_gate ? "the gate" : worded("lock %d", semaphore - gbl_nsems);
+    mark(part, bm_check_state::busy,
+         worded("%s could not be had within %ld ms: held by process %d (%c)", lock.c_str(),
+                static_cast<long>(request.patience.count()), holder, process_state(holder)));
 }
 
 namespace {
@@ -82,15 +89,6 @@ void expect(check_run& run, const std::string& name)
     run.report.partitions.push_back({name, -1, bm_check_state::missing, "there is no partition of this name"});
 }
 
-void mark(check_run& run, const raw_partition& part, bm_check_state state, const std::string& text)
-{
-    for (bm_checked_partition& seen : run.report.partitions) {
-        if (seen.shmid != part.shmid()) continue;
-        seen.state = state;
-        seen.text = text;
-    }
-}
-
 /// A slot partition, if it can be one.
 const raw_partition* slot_partition(check_run& run, const std::string& name)
 {
@@ -100,7 +98,7 @@ const raw_partition* slot_partition(check_run& run, const std::string& name)
     const bool whole = part->has_locks() && part->buffer_addr(0) != nullptr &&
                        part->getBufferLength() >= static_cast<int>(sizeof(zrk4_client_ctrl_block));
     if (whole) return part;
-    mark(run, *part, bm_check_state::damaged, "it has no locks per buffer, or no room for a control record");
+    run.mark(*part, bm_check_state::damaged, "it has no locks per buffer, or no room for a control record");
     return nullptr;
 }
 
@@ -119,7 +117,7 @@ void read_events(check_run& run)
     run.listing.read(*run.events, run.request.records_2024, run.request.patience);
     if (!run.listing.reached()) run.busy(*run.events, lock_of_slot(0));
     if (!run.listing.right_records())
-        mark(run, *run.events, bm_check_state::other_records, "its slots hold records of the other generation");
+        run.mark(*run.events, bm_check_state::other_records, "its slots hold records of the other generation");
     run.listing_trusted = run.listing.reached() && run.listing.right_records();
 }
 
@@ -159,8 +157,8 @@ bool may_be_slot_partition(check_run& run, const raw_partition& part)
     const std::vector<std::string>& data = run.request.data;
     if (!part.has_locks() || part.getBufferCount() < 1 || !part.handed_out(0)) return false;
     if (std::find(data.begin(), data.end(), part.name()) != data.end()) return false;
-    mark(run, part, bm_check_state::looked_at,
-         "its owners were not judged: it looks like a slot partition of another exchange");
+    run.mark(part, bm_check_state::looked_at,
+             "its owners were not judged: it looks like a slot partition of another exchange");
     return true;
 }
 

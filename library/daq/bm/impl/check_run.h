@@ -59,6 +59,9 @@ struct check_run {
         if (seen == second_look::moved) return;
         found(invariant, partition, number, pid, std::move(text), seen == second_look::mended);
     }
+    /// Notes why a partition could not be looked at; the first reason stays.
+    void mark(const raw_partition& part, bm_check_state state, const std::string& text);
+    /// A lock could not be had in time.
     void busy(const raw_partition& part, int semaphore);
 };
 
