@@ -56,11 +56,12 @@ live_table::live_table(std::vector<quantity> quantities)
     newest_.values = now_.values = before_.values = arriving_;
 }
 
-void live_table::channel(std::string_view block, const channel_view& channel)
+void live_table::channel(std::string_view block, const zrk4::sb_sub& channel)
 {
     for (size_t i = 0; i < quantities_.size(); ++i) {
         const quantity& one = quantities_[i];
-        if (channel.name == one.channel && block == one.block) arriving_[i] = channel.value(one.value);
+        if (channel.name() != one.channel || block != one.block) continue;
+        arriving_[i] = channel.value<double>(static_cast<size_t>(one.value));
     }
 }
 

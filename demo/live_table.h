@@ -32,7 +32,7 @@ class live_table {
     explicit live_table(std::vector<quantity> quantities);
 
     // ---- reader thread: the channels of an event, then the event ----
-    void channel(std::string_view block, const channel_view& channel);
+    void channel(std::string_view block, const zrk4::sb_sub& channel);
     void event(int64_t tick, int64_t latency_ns);
 
     // ---- main thread: what came since the last call ----

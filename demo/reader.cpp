@@ -57,7 +57,7 @@ class event_reader : public BM {
     std::optional<size_t> tick_of(const event_facts& event) const;
     bool wants(const zrk4_client_sblock_data& entry) const;
     void read(const zrk4_client_sblock_data& entry, const event_facts& event, found& sum);
-    bool check(const block_view& block, const event_facts& event, found& sum) const;
+    bool check(const zrk4::sb_view& block, const event_facts& event, found& sum) const;
     void note(size_t tick, const event_facts& event, const found& sum, int64_t called_ns);
 
     const run_context& run_;
@@ -122,24 +122,23 @@ bool event_reader::wants(const zrk4_client_sblock_data& entry) const
 
 void event_reader::read(const zrk4_client_sblock_data& entry, const event_facts& event, found& sum)
 {
-    const char* at = get_buffer_address(entry.bnum, entry.shmid, true);
-    if (at == nullptr) {
+    const zrk4::sb_view block = zrk4::sb_of(*this, entry);
+    if (!check(block, event, sum)) {
         ++mine_.damaged;
         return;
     }
-    const block_view block(at, BUFFER_BYTES);
-    const bool in_place = segments_.hold(at, block.bytes(), entry.shmid);
-    (in_place ? mine_.bytes_in_place : mine_.bytes_copied) += block.bytes();
-    if (!check(block, event, sum)) ++mine_.damaged;
+    const auto bytes = static_cast<size_t>(block.head().ltotal);
+    const bool in_place = segments_.hold(block.data(), bytes, entry.shmid);
+    (in_place ? mine_.bytes_in_place : mine_.bytes_copied) += bytes;
     if (table_ == nullptr) return;
-    block.for_each([&](const channel_view& channel) { table_->channel(block.label().server, channel); });
+    for (const zrk4::sb_sub& channel : block) table_->channel(block.server(), channel);
 }
 
 // Every byte of the block is read here: the stamp holds the sum of all that the writer put behind it.
-bool event_reader::check(const block_view& block, const event_facts& event, found& sum) const
+bool event_reader::check(const zrk4::sb_view& block, const event_facts& event, found& sum) const
 {
-    if (!block.sound() || !same(block.label().time, event.key) || block.label().id != event.id) return false;
-    const std::optional<int64_t> registered = block.registered_ns();
+    if (!block.sound() || !same(block.head().time, event.key) || block.head().mpulse != event.id) return false;
+    const std::optional<int64_t> registered = registered_ns(block);
     if (!registered) return false;
     sum.last_registered_ns = std::max(sum.last_registered_ns, *registered);
     ++sum.blocks;

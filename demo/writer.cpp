@@ -32,7 +32,7 @@ class block_feed {
     bool write(int64_t tick);
     bool write(int64_t tick, const source& from);
     char* take_buffer(int& number);
-    block_label label(int64_t tick, const source& from) const;
+    zrk4::sb_label label(int64_t tick, const source& from) const;
 
     const run_context& run_;
     const writer_plan& plan_;
@@ -97,7 +97,7 @@ bool block_feed::write(int64_t tick, const source& from)
     return true;
 }
 
-block_label block_feed::label(int64_t tick, const source& from) const
+zrk4::sb_label block_feed::label(int64_t tick, const source& from) const
 {
     const tick_clock& clock = run_.record.head().clock;
     const bool late = monotonic_ns() - clock.due_ns(tick) > PERIOD_US * 1000;

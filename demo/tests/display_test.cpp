@@ -17,10 +17,14 @@ namespace {
 
 void feed(live_table& table, int64_t tick, double counter, double gauge)
 {
-    const double values[] = {counter, gauge};
-    table.channel("BLOCK", {"counter", 0, 0, reinterpret_cast<const char*>(&values[0]), 1});
-    table.channel("BLOCK", {"gauge", 0, 0, reinterpret_cast<const char*>(&values[1]), 1});
-    table.channel("OTHER", {"gauge", 0, 0, reinterpret_cast<const char*>(&values[0]), 1});
+    char bytes[4096];
+    block_writer block(bytes, sizeof bytes, true, {});
+    block.channel("counter", {counter});
+    block.channel("gauge", {gauge});
+    block.seal([] { return int64_t{0}; });
+    const zrk4::sb_view seen(bytes, sizeof bytes);
+    for (const zrk4::sb_sub& channel : seen) table.channel("BLOCK", channel);
+    table.channel("OTHER", *std::next(seen.begin(), 1)); // of another block: not shown
     table.event(tick, 2'000'000);
 }
 

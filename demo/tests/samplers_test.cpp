@@ -28,11 +28,11 @@ channels written_by(const std::function<void(block_writer&)>& fill)
     fill(block);
     block.seal([] { return int64_t{0}; });
     channels seen;
-    block_view(memory.data(), memory.size()).for_each([&](const channel_view& one) {
-        std::vector<double> values(static_cast<size_t>(one.count));
-        for (int i = 0; i < one.count; ++i) values[static_cast<size_t>(i)] = one.value(i);
-        seen[std::string(one.name)] = {values, one.error};
-    });
+    for (const zrk4::sb_sub& one : zrk4::sb_view(memory.data(), memory.size())) {
+        std::vector<double> values(one.count<double>());
+        for (size_t i = 0; i < values.size(); ++i) values[i] = one.value<double>(i);
+        seen[std::string(one.name())] = {values, one.error()};
+    }
     return seen;
 }
 

@@ -1,5 +1,5 @@
 /// @file
-/// What differs between the two forms of a server block, and a view that hides the difference.
+/// The two forms of a server block as the library reads them.
 ///
 /// A block's form is told by the block itself, never by the mode of the process. Blocks begin at any byte address: all
 /// access goes through the packed records, whose loads need no alignment.
@@ -8,32 +8,12 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 
-#include "event.h"
+#include "sb_view.h"
 
 namespace zrk4::impl {
 
-/// REQUIRES: 8 readable bytes at `block`.
-inline bool is_2024(const char* block)
-{
-    uint64_t first = 0;
-    std::memcpy(&first, block, sizeof first);
-    return first == SB_PATTERN_2024;
-}
-
-/// The head of a server block of either form. It is a copy, taken once: another process may change the block meanwhile.
-/// Only `server` points into the block.
-struct block_view {
-    time_stamp time;
-    int64_t ltotal;     ///< as stored; may be anything
-    int64_t mpulse;     ///< a 2010 id is widened with its sign
-    const char* server; ///< 256 characters, perhaps without a NUL
-    int32_t tmask;
-    int32_t status;
-    int32_t nchan;
-    int64_t head_size; ///< offset of the first sub-head
-};
+using block_view = sb_head;
 
 /// The two forms: their heads. A block whose form is given by its caller is read by `view_block_as<Form>`.
 struct block_2010 {
@@ -43,18 +23,9 @@ struct block_2024 {
     using head = zrk4_serv_block_head_2024;
 };
 
-/// REQUIRES: sizeof(Form::head) readable bytes at `block`.
-template <class Form> block_view view_block_as(const char* block)
-{
-    const auto& h = *reinterpret_cast<const typename Form::head*>(block);
-    return {h.time, h.ltotal, h.mpulse, h.server, h.tmask, h.status, h.nchan, sizeof h};
-}
-
-/// The same by the block's own form. REQUIRES: a whole head of that form.
-inline block_view view_block(const char* block)
-{
-    return is_2024(block) ? view_block_as<block_2024>(block) : view_block_as<block_2010>(block);
-}
+inline bool is_2024(const char* block) { return sb_is_2024(block); }
+template <class Form> block_view view_block_as(const char* block) { return sb_head_as<typename Form::head>(block); }
+inline block_view view_block(const char* block) { return sb_head_of(block); }
 
 /// Bytes of a sub-head, the smallest sub-block.
 inline constexpr int64_t SUBHEAD_SIZE = sizeof(zrk4_serv_block_subhead_2010);
