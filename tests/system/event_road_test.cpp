@@ -58,11 +58,7 @@ class EventRoad : public CleanNamespace, public testing::WithParamInterface<road
     {
         made.wait();
         BM bm;
-        on.configure(bm);
-        on.join(bm);
-        bm.add(road::data_name(writer).c_str());
-        const int id = std::stoi(bm.find_by_name(road::data_name(writer).c_str())->getStat("shmid"));
-        ASSERT_GT(on.subscribe(bm, CLI_T_WRITER, on.names_of(writer)), 0);
+        const int id = on.join_as_writer(bm, writer);
         ready.open();
         ready.wait();
         for (int e = 0; e < EVENTS; ++e) {

@@ -68,6 +68,15 @@ struct road {
     {
         if (bm.init()) throw std::runtime_error("init failed");
     }
+    /// Joins as a writer of all its blocks. @return id of its data partition; throws where it is not taken in.
+    int join_as_writer(BM& bm, int writer) const
+    {
+        configure(bm);
+        join(bm);
+        bm.add(data_name(writer).c_str());
+        if (subscribe(bm, CLI_T_WRITER, names_of(writer)) <= 0) throw std::runtime_error("not subscribed");
+        return std::stoi(bm.find_by_name(data_name(writer).c_str())->getStat("shmid"));
+    }
     int subscribe(BM& bm, BUF_MNG_CLI_TYPE cltype, std::list<std::string> names) const
     {
         zrk4_client all{};

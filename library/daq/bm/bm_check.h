@@ -80,7 +80,9 @@ struct bm_check_request {
     /// Names of the data partitions; none: every other partition of the IPC namespace. Where exchanges under several
     /// names share it, name the data partitions of this one: the others' events are not known.
     std::vector<std::string> data;
-    /// How long what looks wrong and may be movement is watched, in at most 50 looks. Nothing to watch, no wait.
+    /// How long what looks wrong and may be movement is watched, in at most 50 looks. Nothing to watch, no wait. Longer
+    /// than a live process is ever kept from running between two steps: on an overloaded machine that is many tens of
+    /// milliseconds, and a process that is stopped just there for all of it looks like a dead one's count.
     std::chrono::milliseconds observe{5000};
     /// How long one lock is waited for.
     std::chrono::milliseconds patience{1000};
