@@ -318,10 +318,16 @@ TEST_P(CheckSlots, RecordsOfTheOtherGenerationAreAnAnswer)
     control(n).put(EVT_C_USED, TYPE, {1000, 500}, 7);
     bm_check_request asked = request(true);
     asked.records_2024 = !asked.records_2024;
-    // Where the other generation's table shows no used entry at this place, there is nothing to tell it by.
+    const std::string before(events_part.buffer_addr(0), static_cast<size_t>(events_part.getBufferLength()));
     const bm_check_report report = bm_check(asked);
-    if (!wide()) return;
+    EXPECT_EQ(lines_of(report), lines{});
     EXPECT_FALSE(report.complete());
+    const auto is_events = [](const bm_checked_partition& p) { return p.name == EVENTS; };
+    const auto at = std::find_if(report.partitions.begin(), report.partitions.end(), is_events);
+    ASSERT_NE(at, report.partitions.end());
+    EXPECT_EQ(at->state, bm_check_state::other_records);
+    EXPECT_EQ(at->text, "its slots hold records of the other generation");
+    EXPECT_EQ(std::string(events_part.buffer_addr(0), before.size()), before) << "nothing was mended";
 }
 
 TEST_P(CheckSlots, TakesNoSlotAndIsNoUser)

@@ -72,7 +72,8 @@ template <class Form> class event_listing::slot_reader {
         event_ = {n, events_.handed_out(n), control.status, head.evtype, slot_identity::of(head), {}};
         if (!slot) return;
         const bool used = event_.handed_out && control.status == EVT_C_USED;
-        if (used && !of_these_records<Form>(slot.address())) into_.right_records_ = false;
+        // Whatever its control entry says: read in the wrong form, that may be anything.
+        if (event_.handed_out && !of_these_records<Form>(slot.address())) into_.right_records_ = false;
         for (int i = 0; i < slot.filled(); ++i) {
             const zrk4_client_sblock_data& entry = slot.entries()[i];
             const int shmid = word_unlocked(&entry.shmid);
