@@ -194,7 +194,7 @@ bool bm_core::attach_as_master(BM& bm)
     if (events == attached_as::reused) return false;
     while (!parts.clients->ctrl(0, true)) say("Ku-ku");
     bm.clictrl->status = CLI_C_INIT;
-    parts.clients->ctrl(0, false);
+    while (!parts.clients->ctrl(0, false)) {}
     return false;
 }
 

@@ -3,6 +3,8 @@
 
 #include <cstring>
 
+#include <sys/sem.h>
+
 #include "block_form.h"
 #include "bm_core.h"
 #include "pool_block.h"
@@ -39,10 +41,17 @@ template <class Form> bool bm_core::free_slot_locked(BM& bm, int slot_number, co
     const event_slot<Form> slot(*bm.ev_buf, slot_number);
     bool failed = false;
     for (int i = 0; i < slot.filled(); ++i) failed = return_block<Form>(bm, slot, i) || failed;
+    C_shm_buffer& events = *bm.ev_buf;
     table.of(slot_number).status = EVT_C_FREE;
-    if (bm.ev_buf.load()->return_buffer(slot_number)) {
-        say("free_ev_slot(): failed to free event slot: %d ", slot_number);
-        return true;
+    try {
+        if (events.return_buffer(slot_number)) {
+            say("free_ev_slot(): failed to free event slot: %d ", slot_number);
+            return true;
+        }
+    } catch (const SysError&) {
+        // An empty event that somebody will free, and not a slot that nobody knows of.
+        if (is_handed_out(events, slot_number)) table.of(slot_number).status = EVT_C_USED;
+        throw;
     }
     return failed;
 }
@@ -75,6 +84,16 @@ template <class Form> void say_cleaning(int i, int shmid, int bnum, const char* 
 
 } // namespace
 
+namespace {
+
+bool can_still_go_back(BM& bm, int bnum, int shmid)
+{
+    const C_shm_buffer* part = bm.find_by_id(shmid);
+    return part != nullptr && semctl(control_of(*part).gbl_semid, gbl_empty, GETVAL) >= 0 && is_handed_out(*part, bnum);
+}
+
+} // namespace
+
 // The entry becomes a hole before its buffer goes back: killed in between, a process loses one buffer to the repair,
 // while the other order would have it returned a second time, perhaps from its next owner. The segment id stays until
 // the buffer is back and tells whose buffer was on its way. Before the address is asked for: that can throw, and would
@@ -90,9 +109,15 @@ template <class Form> bool bm_core::return_block(BM& bm, const event_slot<Form>&
     const char* at = bm.get_buffer_address(bnum, shmid, true);
     if (at != nullptr && free_flag != 0 && block_in_pool(bm, bnum, shmid) != nullptr)
         say_cleaning<Form>(i, shmid, bnum, at, slot.head());
-    if (at != nullptr && bm.return_buffer_in_pool(bnum, shmid)) {
-        say("free_ev_slot(): failed to free id: %d bnum: %d", shmid, bnum);
-        failed = true;
+    try {
+        if (at != nullptr && bm.return_buffer_in_pool(bnum, shmid)) {
+            say("free_ev_slot(): failed to free id: %d bnum: %d", shmid, bnum);
+            failed = true;
+        }
+    } catch (const SysError&) {
+        // Refused this once: whoever frees the slot next gives it back. Not where the partition's locks are gone.
+        if (can_still_go_back(bm, bnum, shmid)) entry.bnum = bnum;
+        throw;
     }
     entry.shmid = 0;
     return failed;

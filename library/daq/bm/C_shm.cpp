@@ -126,7 +126,7 @@ bool C_shm::access()
     }
     while (!gate(true)) {}
     ++g->gbl_count;
-    gate(false);
+    while (!gate(false)) {}
     bufptr = reinterpret_cast<C_shm_buf*>(static_cast<char*>(pointer) + sizeof(C_shm_global));
     conptr = reinterpret_cast<C_shm_consbk*>(bufptr);
     NBuff = g->nbuf;
@@ -141,7 +141,7 @@ void C_shm::deaccess()
     if (!accessed) return;
     while (!gate(true)) {}
     --global()->gbl_count;
-    gate(false);
+    while (!gate(false)) {}
     accessed = false;
 }
 

@@ -75,7 +75,7 @@ bool C_shm_buffer::pass_synch(short wait)
 {
     while (true) {
         if (!gate(true)) return false;
-        gate(false);
+        while (!gate(false)) {}
         const int error = change_without_undo(global()->gbl_semid, gbl_synch, -1, wait);
         if (error == 0) continue;
         if (!just_no_buffer(error)) throw_semaphore_failed(120, error);
@@ -87,16 +87,32 @@ bool C_shm_buffer::pass_synch(short wait)
 // the middle, finds the name of the process that took it.
 int C_shm_buffer::pop_free()
 {
-    while (!gate(true)) {}
-    C_shm_BufferQ& queue = global()->free;
-    const int first = queue.head;
-    if (first >= 0 && first < NBuff) {
-        bufptr[first].owner_pid = own_pid();
-        bufptr[first].status &= ~BUF_QUEUED;
+    int taken = NONE;
+    try {
+        while (!gate(true)) {}
+        C_shm_BufferQ& queue = global()->free;
+        const int first = queue.head;
+        if (first >= 0 && first < NBuff) {
+            bufptr[first].owner_pid = own_pid();
+            bufptr[first].status &= ~BUF_QUEUED;
+        }
+        taken = queue.remove(bufptr);
+        while (!gate(false)) {}
+    } catch (const SysError&) {
+        put_back(taken);
+        throw;
     }
-    const int taken = queue.remove(bufptr);
-    gate(false);
     return taken;
+}
+
+// A gate that failed once, and not because the set is gone: nobody else knows of what was counted, or taken, for this
+// call.
+void C_shm_buffer::put_back(int taken)
+{
+    const int semid = global()->gbl_semid;
+    if (semctl(semid, gbl_empty, GETVAL) < 0) return;
+    if (taken != NONE) push_free(taken);
+    change_without_undo(semid, gbl_empty, 1, 0);
 }
 
 int C_shm_buffer::pop_reusable(bool& interrupted)
@@ -112,7 +128,7 @@ int C_shm_buffer::pop_reusable(bool& interrupted)
         taken = i;
         break;
     }
-    gate(false);
+    while (!gate(false)) {}
     return taken;
 }
 
@@ -136,7 +152,8 @@ bool C_shm_buffer::return_buffer(int i)
     if (!accessed || i < 0 || i >= NBuff || i >= global()->nbuf) return true;
     if (ibuf != NONE) ibuf = NONE; // several threads come here at once, and then none of them has a current buffer
     if ((word_unlocked(&bufptr[i].status) & BUF_QUEUED) != 0 || !push_free(i)) return true;
-    change_without_undo(global()->gbl_semid, gbl_empty, 1, 0);
+    // Whether it counts is nothing to the caller. Tried again, because a buffer that is not counted cannot be had.
+    for (int tries = 0; tries < 2 && change_without_undo(global()->gbl_semid, gbl_empty, 1, 0) != 0;) ++tries;
     return false;
 }
 
@@ -147,7 +164,12 @@ bool C_shm_buffer::push_free(int i)
     while (!gate(true)) {}
     const bool was_out = !bufptr[i].queued();
     if (was_out) append_free(*global(), bufptr, i);
-    gate(false);
+    try {
+        while (!gate(false)) {}
+    } catch (const SysError&) {
+        if (was_out) change_without_undo(global()->gbl_semid, gbl_empty, 1, 0); // it is in the queue, and so it counts
+        throw;
+    }
     return was_out;
 }
 

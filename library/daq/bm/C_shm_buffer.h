@@ -60,6 +60,7 @@ class BM_API C_shm_buffer : public C_shm {
   private:
     bool pass_synch(short wait);
     int pop_free();
+    void put_back(int taken);
     int pop_reusable(bool& interrupted);
     bool push_free(int i);
 };

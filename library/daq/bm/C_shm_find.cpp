@@ -29,7 +29,7 @@ bool C_shm::find(const char* name)
     if (share_mapping(name)) {
         // The other handle may belong to a thread that is still setting the partition up.
         while (!gate(true)) {}
-        gate(false);
+        while (!gate(false)) {}
         return false;
     }
     bool search_ends = false;

@@ -28,6 +28,16 @@ void count_busy(int32_t& counter, int32_t busy)
     if (busy != 0) std::atomic_ref<int32_t>(counter).fetch_add(busy, std::memory_order_relaxed);
 }
 
+// A hold that its give was refused for would stop this process at its own next turn, and all others until it ends. The
+// refusal is reported as it is.
+void drop_hold(int semid, unsigned short number)
+{
+    const int error = errno;
+    int32_t busy = 0;
+    change_with_undo(semid, number, 1, busy);
+    errno = error;
+}
+
 } // namespace
 
 bool C_shm::gate(bool lock) const
@@ -43,6 +53,7 @@ bool C_shm::gate(bool lock) const
         return true;
     }
     if (outcome == sem_outcome::interrupted) return false;
+    if (!lock) drop_hold(g->gbl_semid, gbl_gate);
     const int error = errno;
     text_later::write_now();
     // UP, DOWN, "rrno" and "shmid:" before the set's id stand so whatever the direction: people search logs for them.
@@ -84,6 +95,7 @@ bool C_shm::ctrl(int slot, bool lock) const
         return true;
     }
     if (outcome == sem_outcome::interrupted) return false;
+    if (!lock) drop_hold(semid, static_cast<unsigned short>(number));
     const int error = errno;
     text_later::write_now();
     std::printf("throw C_shm::ctrl UP sem: %d   errno: %d  semid: %d\n", number, error, semid);

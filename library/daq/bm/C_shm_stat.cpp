@@ -109,7 +109,7 @@ template <class Wanted> std::string C_shm::count_queued(const C_shm_BufferQ& que
     int64_t count = 0;
     int steps = 0;
     for (int i = queue.head; i >= 0 && i < g->nbuf && steps++ < g->nbuf; i = bufs[i].link) count += wanted(bufs[i]);
-    gate(false);
+    while (!gate(false)) {}
     return decimal(count);
 }
 

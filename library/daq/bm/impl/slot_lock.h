@@ -38,7 +38,7 @@ class slot_lock {
     {
         if (part_ == nullptr) return;
         try {
-            part_->ctrl(slot_, false);
+            while (!part_->ctrl(slot_, false)) {}
         } catch (const SysError&) {
             // ctrl has reported it; the semaphore set is gone, nothing is left to give back.
         }
@@ -55,7 +55,9 @@ class slot_lock {
     /// Gives the lock back now; unlike the destructor it lets a SysError reach the caller, who must then clean up.
     void unlock()
     {
-        if (const C_shm_buffer* part = std::exchange(part_, nullptr)) part->ctrl(slot_, false);
+        if (const C_shm_buffer* part = std::exchange(part_, nullptr)) {
+            while (!part->ctrl(slot_, false)) {}
+        }
     }
     explicit operator bool() const { return part_ != nullptr; }
 
