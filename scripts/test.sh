@@ -17,7 +17,7 @@ TEXT
 }
 
 presets=(release asan-ubsan tsan)
-checks=(layout mistakes second_compiler soak kill_sweep)
+checks=(layout mistakes second_compiler soak kill_sweep call_faults)
 while (($# > 0)); do
     case $1 in
         --quick)
@@ -69,6 +69,7 @@ second_compiler() {
 # The length that a change is worth; before a release scripts/soak.sh runs for a day.
 soak() { scripts/soak.sh 40; }
 kill_sweep() { scripts/kill-sweep.sh --sample; }
+call_faults() { scripts/call-faults.sh --sample; }
 
 # Segments and semaphore sets of the host, one per line.
 ipc_objects() {

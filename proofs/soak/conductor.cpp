@@ -9,8 +9,7 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-#include "ipc_namespace.h"
-#include "stock.h"
+#include "capacity.h"
 
 namespace soak {
 namespace {
@@ -39,8 +38,6 @@ template <class Condition> void wait_until(const char* what, Condition condition
 }
 
 } // namespace
-
-int left_behind() { return zrk4::test::segments_in_namespace() + zrk4::test::semaphore_sets_in_namespace(); }
 
 conductor::conductor(const settings& how, const record& log)
     : how_(how), all_(shared_memory()), context_{how, log, *all_}, crew_(context_), watch_(context_, crew_)
@@ -120,7 +117,8 @@ void conductor::take_stock()
     }
     all_->master_leaves = true;
     crew_.dismiss(MASTER, FIRST_WRITER, LEAVE_MS);
-    if (left_behind() != 0) context_.log.line("wrong", "what=left-behind n=%d", left_behind());
+    const int left = proof::left_behind();
+    if (left != 0) context_.log.line("wrong", "what=left-behind n=%d", left);
 }
 
 } // namespace soak

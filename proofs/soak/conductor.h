@@ -36,9 +36,6 @@ class conductor {
     int kills_ = 0;
 };
 
-/// Segments and semaphore sets that are left in the namespace.
-int left_behind();
-
 } // namespace soak
 
 #endif

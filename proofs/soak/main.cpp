@@ -73,7 +73,7 @@ std::optional<settings> parsed(int argc, char** argv)
 
 void run(const settings& how)
 {
-    const soak::record log(how.folder + "/record");
+    const proof::record log(how.folder + "/record");
     log.line("run", "seed=%llu seconds=%d records=%s mode=%s", static_cast<unsigned long long>(how.seed), how.seconds,
              how.wide ? "2024" : "2010", how.mode == BM_SYNCH_EVID ? "evid" : "time");
     soak::conductor(how, log).run();

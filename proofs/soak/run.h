@@ -14,6 +14,9 @@
 
 namespace soak {
 
+using proof::monotonic_ns;
+using proof::record;
+
 /// A fault that is planted to see that it is reported.
 enum class canary { none, corrupt, leak, deaf };
 

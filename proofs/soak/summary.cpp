@@ -1,45 +1,23 @@
 #include "summary.h"
 
-#include <istream>
 #include <sstream>
+
+#include "fields.h"
 
 namespace soak {
 namespace {
 
-using fields = std::map<std::string, std::string>;
-
-fields fields_of(std::istringstream& line)
+void count(figures& seen, const proof::record_line& line)
 {
-    fields found;
-    for (std::string word; line >> word;) {
-        const size_t sign = word.find('=');
-        found[word.substr(0, sign)] = sign == std::string::npos ? "" : word.substr(sign + 1);
-    }
-    return found;
-}
-
-uint64_t number(const fields& of, const std::string& key)
-{
-    const auto at = of.find(key);
-    return at == of.end() ? 0 : std::stoull(at->second);
-}
-
-std::string text(const fields& of, const std::string& key)
-{
-    const auto at = of.find(key);
-    return at == of.end() ? "" : at->second;
-}
-
-void count(figures& seen, const std::string& kind, const fields& of)
-{
-    if (kind == "kill" && text(of, "status") == "signal:9") ++seen.kills;
-    if (kind == "blocks") seen.blocks += number(of, "n");
+    const std::string& kind = line.kind();
+    if (kind == "kill" && line.text("status") == "signal:9") ++seen.kills;
+    if (kind == "blocks") seen.blocks += line.number("n");
     if (kind == "lost") ++seen.lost;
     if (kind == "repair") seen.repaired = true;
     if (kind == "end") seen.complete = true;
     if (kind != "wrong") return;
     ++seen.wrong;
-    ++seen.what[text(of, "what")];
+    ++seen.what[line.text("what")];
 }
 
 } // namespace
@@ -47,12 +25,7 @@ void count(figures& seen, const std::string& kind, const fields& of)
 figures figures_of(std::istream& record)
 {
     figures seen;
-    for (std::string line; std::getline(record, line);) {
-        std::istringstream words(line);
-        std::string kind;
-        words >> kind;
-        count(seen, kind, fields_of(words));
-    }
+    proof::for_each_line(record, [&](const proof::record_line& line) { count(seen, line); });
     return seen;
 }
 

@@ -3,6 +3,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 
 #include <dlfcn.h>
 #include <netdb.h>
@@ -12,7 +13,9 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include "datagrams.h"
 #include "plans.h"
+#include "trace.h"
 
 using namespace zrk4::test;
 
@@ -47,14 +50,18 @@ template <class Function> struct call {
         case verdict::call_it:
             break;
         }
-        return real(args...);
+        const result made = real(args...);
+        trace_call(how.call, how.calls, (long)made);
+        return made;
     }
 
     /// The other one: the error is the result.
     template <class... Args> int with_error_result(Args... args)
     {
         long value = 0;
-        return judge(how, value) == verdict::call_it ? real(args...) : static_cast<int>(value);
+        if (judge(how, value) != verdict::call_it) return static_cast<int>(value);
+        trace_call(how.call, how.calls, 0);
+        return real(args...);
     }
 };
 
@@ -136,6 +143,15 @@ SEEN int getsockname(int fd, sockaddr* __restrict address, socklen_t* __restrict
 SEEN ssize_t sendto(int fd, const void* bytes, size_t count, int flags, const sockaddr* to, socklen_t length)
 {
     static call<ssize_t(int, const void*, size_t, int, const sockaddr*, socklen_t)> c("sendto", nullptr);
+    std::string instead;
+    switch (fate_of_datagram(bytes, count, instead)) {
+    case fate::dropped:
+        return static_cast<ssize_t>(count);
+    case fate::other_length:
+        return c(fd, instead.data(), instead.size(), flags, to, length) < 0 ? -1 : static_cast<ssize_t>(count);
+    case fate::as_sent:
+        break;
+    }
     return c(fd, bytes, count, flags, to, length);
 }
 

@@ -19,6 +19,7 @@
 ///
 /// A program that knows nothing of this header takes its plans from the environment, one call each:
 ///     LD_PRELOAD=libZRK4faults.so ZRK4_FAULTS="shmget:28:1:1,recv:4:2:5" program      (call:errno:nth:times)
+/// datagrams.h and trace.h tell what else the environment can ask for.
 #ifndef ZRK4_TEST_FAULT_H
 #define ZRK4_TEST_FAULT_H
 

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "fault.h"
+#include "trace.h"
 
 namespace zrk4::test {
 namespace {
@@ -77,11 +78,12 @@ plan& plan_of(const char* call)
 verdict judge(plan& p, long& value)
 {
     if (in_action) return verdict::call_it;
-    ++p.calls;
+    const long n = ++p.calls;
     if (p.times <= 0 || p.to_pass-- > 0) return verdict::call_it;
     if (p.times-- <= 0) return verdict::call_it;
     ++p.fired;
     value = p.value;
+    log_met(p.call, n, value);
     if (p.kind == plan::FAIL) return verdict::fail_with_errno;
     if (p.kind == plan::RETURN) return verdict::give_value;
     in_action = true;

@@ -1,12 +1,12 @@
 /// @file
 /// The raw record of a run: one line for everything that was done and everything that was found.
-#ifndef ZRK4_SOAK_RECORD_H
-#define ZRK4_SOAK_RECORD_H
+#ifndef ZRK4_PROOF_RECORD_H
+#define ZRK4_PROOF_RECORD_H
 
 #include <cstdint>
 #include <string>
 
-namespace soak {
+namespace proof {
 
 int64_t monotonic_ns();
 
@@ -27,6 +27,6 @@ class record {
     int64_t begun_ns_;
 };
 
-} // namespace soak
+} // namespace proof
 
 #endif

@@ -1,16 +1,14 @@
 /// @file
-/// What came back, partition by partition.
-#ifndef ZRK4_SOAK_STOCK_H
-#define ZRK4_SOAK_STOCK_H
+/// What is in a partition's free queue, and what is not.
+#ifndef ZRK4_PROOF_STOCK_H
+#define ZRK4_PROOF_STOCK_H
 
 #include <string>
 #include <vector>
 
 #include <sys/types.h>
 
-#include "run.h"
-
-namespace soak {
+namespace proof {
 
 /// A buffer that is not in the free queue.
 struct buffer_out {
@@ -26,18 +24,18 @@ struct stock {
     std::vector<buffer_out> out;
     /// Free buffers that the semaphore lets nobody take; below 0 it would let more be taken than there are.
     int uncounted() const { return buffers - static_cast<int>(out.size()) - countable; }
+    /// Buffers that cannot be had.
+    int missing() const { return buffers - countable; }
     bool operator==(const stock& other) const;
 };
 
 /// Attaches the partition for a look. Buffer 0 of a slot partition is the control record and never counts.
+/// @throws std::runtime_error there is no such partition
 stock stock_of(const std::string& partition, bool slots);
-/// All partitions of a run; without the slots of the clients while there are any.
-std::vector<stock> all_stock(bool with_clients);
-/// Returns when nothing has come back any more for `quiet_ms`, at the latest after `patience_ms`.
-std::vector<stock> settled_stock(bool with_clients, int quiet_ms, int patience_ms);
-/// A line of the record for everything that is lost.
-void tell(const record& log, const std::vector<stock>& all);
 
-} // namespace soak
+/// Segments and semaphore sets that are left in the namespace.
+int left_behind();
+
+} // namespace proof
 
 #endif

@@ -10,7 +10,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-namespace soak {
+namespace proof {
 
 int64_t monotonic_ns()
 {
@@ -38,7 +38,7 @@ void record::line(const char* kind, const char* format, ...) const
     va_end(args);
     used = std::min(used, static_cast<int>(sizeof text) - 2);
     text[used++] = '\n';
-    if (write(fd_, text, static_cast<size_t>(used)) != used) std::perror("soak: record");
+    if (write(fd_, text, static_cast<size_t>(used)) != used) std::perror("record");
 }
 
-} // namespace soak
+} // namespace proof
