@@ -5,6 +5,7 @@
 #include <list>
 #include <string>
 
+#include "bm_check.h"
 #include "statistics.h"
 
 namespace bench {
@@ -79,6 +80,16 @@ void be_crowd(line_end& line)
     for (int number = 0; number < FULL_EVENTS; ++number) register_block(bm, partition, number);
     line.nod();
     line.await_nod();
+}
+
+// A master whose monitor rests, and the crowd.
+process full_host(BM& bm)
+{
+    configure(bm, full_limits());
+    bm.set_monitoring_period(1000);
+    require(!bm.set_master(true) && !bm.init(), "no slot partitions could be made");
+    bm.stop_monitor();
+    return process("crowd", allowed_processors().front(), be_crowd);
 }
 
 // What this process has written to standard output, a file here, from `offset` on.
@@ -160,11 +171,7 @@ void wait_until_free(const C_shm_buffer& part, int number)
 double full_monitor_cycle_ms()
 {
     BM bm;
-    configure(bm, full_limits());
-    bm.set_monitoring_period(1000);
-    require(!bm.set_master(true) && !bm.init(), "no slot partitions could be made");
-    bm.stop_monitor();
-    process crowd("crowd", allowed_processors().front(), be_crowd);
+    process crowd = full_host(bm);
     crowd.await_nod();
     ZRK4_DAQ_BM_DEBUG = -4000; // the monitor tells how long each cycle took
     const auto offset = static_cast<off_t>(said_since(0).size());
@@ -180,6 +187,23 @@ double full_monitor_cycle_ms()
     crowd.end();
     durations.resize(10);
     return spread_of(durations).median;
+}
+
+double full_check_ms()
+{
+    BM bm;
+    process crowd = full_host(bm);
+    crowd.await_nod();
+    bm_check_request all;
+    all.repair = true;
+    all.records_2024 = true;
+    all.observe = {};
+    const int64_t start = now_ns();
+    const bm_check_report report = bm_check(all);
+    const double took = static_cast<double>(now_ns() - start) / 1e6;
+    require(report.complete() && report.clean(), "a sound host was not found so");
+    crowd.end();
+    return took;
 }
 
 } // namespace bench

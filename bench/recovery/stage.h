@@ -43,6 +43,8 @@ void wait_until_free(const C_shm_buffer& part, int number);
 /// A monitor's cycle over the full host: every client is asked for, every event's head compared.
 /// @return how long the monitor says one takes, the median of several, in milliseconds.
 double full_monitor_cycle_ms();
+/// Check and repair of the full host, without observation, in milliseconds.
+double full_check_ms();
 
 } // namespace bench
 
