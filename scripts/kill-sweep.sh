@@ -66,7 +66,7 @@ build_program build kill_sweep_summary
 if [[ $program == kill_sweep_canary && ${options[*]} != *--role* ]]; then options+=(--role second_return); fi
 record=${record:-build/release/$name.rec}
 # Instructions of another build are other points.
-if [[ -z $resume || build/release/lib/libZRK4bm.so -nt $record ]]; then rm -f "$record"; fi
+if [[ -z $resume || build/release/lib/libZRK4bm.so -nt $record ]]; then rm -f "$record" "$record.stories"; fi
 "build/release/bin/$program" "${options[@]}" --record "$record" || die "the run broke off"
 status=0
 verdict=$(build/release/bin/kill_sweep_summary "$record") || status=$?

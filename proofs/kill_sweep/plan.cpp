@@ -35,6 +35,7 @@ class plan {
             if (const auto r = result_of(line)) known_.insert(name_of(r->at));
         }
         record_.open(record, std::ios::app);
+        stories_.open(record + ".stories", std::ios::app);
     }
 
     int run()
@@ -94,6 +95,8 @@ class plan {
     void write(const trial_end& end)
     {
         record_ << line_of(end.what) << std::endl;
+        if (end.what.what == outcome::not_back || !end.what.broken.empty())
+            stories_ << "==== " << name_of(end.what.at) << '\n' << end.story << std::endl;
         if (++done_ % 50 == 0) std::cerr << '\r' << done_ << " points" << std::flush;
     }
 
@@ -101,6 +104,7 @@ class plan {
     runner runner_;
     std::set<std::string> known_;
     std::ofstream record_;
+    std::ofstream stories_; // what the processes of a point that did not end well have printed
     int done_ = 0;
 };
 
