@@ -13,6 +13,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "stillness.h"
+
 namespace sweep {
 namespace {
 
@@ -128,10 +130,14 @@ void member::tell(order what, int a, bool marked)
 reply member::hear()
 {
     pollfd waiting{line_, POLLIN, 0};
+    constexpr int LOOK_MS = 10;
     int ready = 0;
-    do ready = poll(&waiting, 1, PATIENCE_MS);
-    while (ready < 0 && errno == EINTR);
-    if (ready == 0) fail("hangs");
+    for (int waited = 0; ready <= 0 && waited < PATIENCE_MS; waited += LOOK_MS) {
+        const int64_t begin = stillness::begin();
+        ready = poll(&waiting, 1, LOOK_MS);
+        stillness::waited(begin, int64_t{LOOK_MS} * 1000);
+    }
+    if (ready <= 0) fail("hangs");
     reply r{};
     if (recv(line_, &r, sizeof r, 0) != static_cast<ssize_t>(sizeof r)) fail("crashed");
     if (r.micros > slowest) {

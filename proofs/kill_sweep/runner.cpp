@@ -21,6 +21,7 @@
 namespace sweep {
 namespace {
 
+constexpr int TRIES = 5; // of a point during which the host stood still
 constexpr unsigned PATIENCE_S = 40;
 constexpr int64_t PATIENCE_MS = 60'000; // if even that fails
 
@@ -57,7 +58,7 @@ void furnish()
 std::string text_of(const trial_end& e)
 {
     std::ostringstream text;
-    text << line_of(e.what) << '\n';
+    text << line_of(e.what) << '\n' << (e.host_stood_still ? "late" : "in time") << '\n';
     for (const call& c : e.calls) text << c.nr << ' ' << c.answer << ' ';
     text << '\n';
     for (const long offset : e.instructions) text << offset << ' ';
@@ -77,6 +78,8 @@ trial_end from_text(const point& at, const std::string& said)
         e.what.at = at;
         e.what.broken = "the point did not come to its end";
     }
+    std::getline(in, line);
+    e.host_stood_still = line == "late";
     std::getline(in, line);
     std::istringstream calls(line);
     for (call c; calls >> c.nr >> c.answer;) e.calls.push_back(c);
@@ -210,11 +213,18 @@ void runner::collect()
 
 void runner::finish(int fd)
 {
-    const running one = std::move(running_.at(fd));
+    running one = std::move(running_.at(fd));
     running_.erase(fd);
     close(fd);
     waitpid(one.pid, nullptr, 0);
-    one.what.when_done(from_text(one.what.at, one.said));
+    trial_end end = from_text(one.what.at, one.said);
+    if (end.host_stood_still && ++one.what.tries < TRIES) {
+        waiting_.push_back(std::move(one.what));
+        return;
+    }
+    if (end.host_stood_still)
+        end.what.broken += (end.what.broken.empty() ? "" : " | ") + std::string("the host stood still");
+    one.what.when_done(end);
 }
 
 } // namespace sweep

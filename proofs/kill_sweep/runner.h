@@ -1,5 +1,5 @@
 /// @file
-/// Runs points side by side, each in namespaces of its own.
+/// Runs points side by side, each in namespaces of its own. A point during which the host stood still is run again.
 #ifndef ZRK4_SWEEP_RUNNER_H
 #define ZRK4_SWEEP_RUNNER_H
 
@@ -24,7 +24,7 @@ class runner {
     runner& operator=(const runner&) = delete;
 
     /// `when_done` may add more.
-    void add(const point& at, done when_done) { waiting_.push_back({at, std::move(when_done)}); }
+    void add(const point& at, done when_done) { waiting_.push_back({at, std::move(when_done), 0}); }
     /// Until all are done.
     void run();
 
@@ -32,6 +32,7 @@ class runner {
     struct job {
         point at;
         done when_done;
+        int tries;
     };
     struct running {
         job what;

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "blocks.h"
+#include "stillness.h"
 
 namespace sweep {
 namespace {
@@ -16,7 +17,7 @@ template <class Condition> bool eventually(std::chrono::milliseconds patience, C
     const auto until = std::chrono::steady_clock::now() + patience;
     while (!holds()) {
         if (std::chrono::steady_clock::now() > until) return false;
-        usleep(500);
+        stillness::nap(500);
     }
     return true;
 }
@@ -188,7 +189,7 @@ void stage::wait_periods(int count)
     const int wanted = cycles() + count + 1;
     expect(eventually(std::chrono::seconds(10),
                       [&] {
-                          usleep(10'000);
+                          stillness::nap(10'000);
                           return cycles() >= wanted;
                       }),
            "the monitor stands still");

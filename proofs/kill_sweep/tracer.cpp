@@ -34,7 +34,10 @@ traced_thread::traced_thread(pid_t process, pid_t thread, long resting) : proces
 
 traced_thread::~traced_thread()
 {
-    if (traced_) end(true);
+    if (!traced_) return;
+    kill(process_, SIGKILL);
+    int status = 0;
+    while (waitpid(thread_, &status, __WALL) == thread_ && WIFSTOPPED(status)) {}
 }
 
 void traced_thread::stop()

@@ -10,6 +10,7 @@
 
 #include "roles.h"
 #include "steps.h"
+#include "stillness.h"
 
 namespace sweep {
 
@@ -54,6 +55,7 @@ class trial {
         // A buffer with two owners is nobody's.
         if (board_.taken_twice > 0 || board_.wrong_blocks > 0) end_.what.what = outcome::not_back;
         end_.what.broken = joined(stage_.broken());
+        end_.host_stood_still = stillness::seen();
         for (const auto& m : stage_.cast()) end_.story += "---- " + m->name() + '\n' + m->output();
         return end_;
     }

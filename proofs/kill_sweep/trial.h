@@ -14,6 +14,7 @@ struct trial_end {
     result what;
     std::vector<call> calls;        ///< that the victim made, up to its end
     std::vector<long> instructions; ///< that it came to with a lock in hand, where they were asked for
+    bool host_stood_still = false;  ///< and so what was found is no finding
     std::string story;              ///< what the processes printed
 };
 
