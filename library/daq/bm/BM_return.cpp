@@ -82,10 +82,6 @@ template <class Form> void say_cleaning(int i, int shmid, int bnum, const char* 
     }
 }
 
-} // namespace
-
-namespace {
-
 bool can_still_go_back(BM& bm, int bnum, int shmid)
 {
     const C_shm_buffer* part = bm.find_by_id(shmid);
