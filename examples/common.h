@@ -1,16 +1,17 @@
 /// @file
-/// What the examples share: options, the sizes that all processes of a host agree on, and the heads of a block.
+/// What the examples share: options, the sizes that all processes of a host agree on, and the two forms of a slot.
 #ifndef ZRK4_EXAMPLES_COMMON_H
 #define ZRK4_EXAMPLES_COMMON_H
 
 #include <chrono>
-#include <cstring>
 #include <map>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "BM.h"
+#include "sb_view.h"
+#include "sb_write.h"
 
 /// "--name value" pairs of the command line.
 class options {
@@ -45,50 +46,22 @@ inline void configure(BM& bm, const options& given)
     bm.set_rate(20);
 }
 
-/// A block of the example programs: a head, the head of its one sub-block, and that one's data.
-template <class Head> struct BM_PACKED one_channel {
-    Head head;
-    zrk4_serv_block_subhead_2010 channel;
-};
-
-/// Writes both heads in front of `bytes` of data. @return where the data go.
-template <class Head>
-char* put_heads(char* at, const std::string& server, time_stamp time, int64_t id, ZRK4_SUBBLOCK_TYPE type, size_t bytes)
+/// The form of the blocks that a process writes: that of its slots.
+inline zrk4::sb_form form_of(BM& bm)
 {
-    one_channel<Head> block{};
-    if constexpr (requires { block.head.pattern; }) block.head.pattern = SB_PATTERN_2024;
-    block.head.time = time;
-    block.head.mpulse = static_cast<decltype(block.head.mpulse)>(id);
-    block.head.ltotal = static_cast<decltype(block.head.ltotal)>(sizeof block + bytes);
-    block.head.nchan = 1;
-    block.head.tmask = 1;
-    server.copy(block.head.server, sizeof block.head.server - 1);
-    std::strcpy(block.channel.chname, "DATA");
-    block.channel.dtype = type;
-    block.channel.ldata = static_cast<int32_t>(sizeof block.channel + bytes);
-    std::memcpy(at, &block, sizeof block);
-    return at + sizeof block;
-}
-template <class... Rest> char* put_heads(bool form_2024, char* at, Rest... rest)
-{
-    return form_2024 ? put_heads<zrk4_serv_block_head_2024>(at, rest...)
-                     : put_heads<zrk4_serv_block_head_2010>(at, rest...);
-}
-/// @return where the data of a block that `put_heads` began are, and in `*bytes` how many.
-inline const char* data_of(char* block, int64_t* bytes)
-{
-    uint64_t word = 0;
-    std::memcpy(&word, block, sizeof word);
-    const size_t heads = word == SB_PATTERN_2024 ? sizeof(one_channel<zrk4_serv_block_head_2024>)
-                                                 : sizeof(one_channel<zrk4_serv_block_head_2010>);
-    *bytes = get_len_known(block) - static_cast<int64_t>(heads);
-    return block + heads;
+    return bm.get_evid_64bit_mode() ? zrk4::sb_form::of_2024 : zrk4::sb_form::of_2010;
 }
 /// @return number of entries of the event that a handler was given.
 inline int blocks_in(bool form_2024, const void* head)
 {
     return form_2024 ? static_cast<const zrk4_event_slot_head_2024*>(head)->sbfilled
                      : static_cast<const zrk4_event_slot_head*>(head)->sbfilled;
+}
+
+inline int type_of(bool form_2024, const void* head)
+{
+    return form_2024 ? static_cast<const zrk4_event_slot_head_2024*>(head)->evtype
+                     : static_cast<const zrk4_event_slot_head*>(head)->evtype;
 }
 
 inline void pause_ms(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }

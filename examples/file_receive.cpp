@@ -25,8 +25,7 @@ class receiver : public BM {
     void event_handler(void* head, zrk4_client_sblock_data* first) override
     {
         for (int i = 0; i < blocks_in(get_evid_64bit_mode(), head); ++i) {
-            char* block = get_buffer_address(first[i].bnum, first[i].shmid, true);
-            if (block == nullptr || !write_piece(block)) state_ = FAILED;
+            if (!write_piece(zrk4::sb_of(*this, first[i]))) state_ = FAILED;
         }
         if (state_ == RUNNING && left_ == 0) state_ = COMPLETE;
         state_.notify_all();
@@ -40,15 +39,13 @@ class receiver : public BM {
   private:
     enum state { RUNNING, COMPLETE, FAILED };
 
-    bool write_piece(char* block)
+    bool write_piece(const zrk4::sb_view& block)
     {
-        int64_t bytes = 0;
-        const char* data = data_of(block, &bytes);
-        piece_head piece{};
-        if (bytes < static_cast<int64_t>(sizeof piece)) return false;
-        std::memcpy(&piece, data, sizeof piece);
-        data += sizeof piece;
-        bytes -= static_cast<int64_t>(sizeof piece);
+        const zrk4::sb_sub sub = block.begin() == block.end() ? zrk4::sb_sub() : *block.begin();
+        if (sub.count<piece_head>() == 0) return false;
+        auto piece = sub.value<piece_head>(0);
+        const char* data = sub.data() + sizeof piece;
+        auto bytes = static_cast<int64_t>(sub.bytes() - sizeof piece);
         left_ = (left_ < 0 ? piece.file_size : left_) - bytes;
         for (ssize_t n = 0; bytes > 0; bytes -= n, data += n, piece.offset += n) {
             n = pwrite(file_, data, static_cast<size_t>(bytes), piece.offset);

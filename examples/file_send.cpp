@@ -58,10 +58,12 @@ int send_part(const options& given, int file, int part, int parts)
         while ((at = bm.get_buffer_from_pool(BM_NO_WAIT, static_cast<int>(piece) + HEADS, &partition, &number)) ==
                nullptr)
             pause_ms(1); // the reader is behind
-        char* data = put_heads(bm.get_evid_64bit_mode(), at, name, time_stamp{static_cast<uint32_t>(event + 1), 0},
-                               event + 1, ZRK4_BLOCK_IMAGE, sizeof head + static_cast<size_t>(bytes));
-        std::memcpy(data, &head, sizeof head);
-        if (!read_piece(file, data + sizeof head, bytes, head.offset)) return 1;
+        zrk4::sb_write block(at, static_cast<size_t>(piece) + HEADS, form_of(bm),
+                             {name, time_stamp{static_cast<uint32_t>(event + 1), 0}, event + 1, 1});
+        block.sub_block("DATA", ZRK4_BLOCK_IMAGE, &head, sizeof head);
+        char* data = block.reserve(static_cast<size_t>(bytes));
+        if (data == nullptr || !read_piece(file, data, bytes, head.offset)) return 1;
+        block.finish();
         while ((slot = bm.find_ev_slot(EVENT, at)) < 0) pause_ms(1); // all event slots are in use
         if (bm.ev_update(EVENT, partition, number, slot)) return 1;
     }

@@ -27,17 +27,14 @@ class printer : public BM {
     }
 
   private:
+    // An entry that stands for a block that no writer brings gives an empty view.
     void print(const zrk4_client_sblock_data& entry)
     {
-        if (entry.shmid == 0 || entry.bnum == -1) return; // stands for a block that no writer brings
-        char* block = get_buffer_address(entry.bnum, entry.shmid, true);
-        if (block == nullptr) return;
-        int64_t bytes = 0;
-        double load = 0;
-        std::memcpy(&load, data_of(block, &bytes), sizeof load); // a block may begin at any address
-        const time_stamp time = *get_key_known(block);
-        std::printf("%u.%06u  %-16s %5lld bytes of data, the first: %.2f\n", time.timeup, time.timelow, entry.name,
-                    static_cast<long long>(bytes), load);
+        const zrk4::sb_view block = zrk4::sb_of(*this, entry);
+        for (const zrk4::sb_sub& channel : block) {
+            std::printf("%u.%06u  %-16s %5zu bytes of data, the first: %.2f\n", block.head().time.timeup,
+                        block.head().time.timelow, entry.name, channel.bytes(), channel.value<double>(0));
+        }
     }
 
     const int wanted_;

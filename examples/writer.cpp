@@ -53,9 +53,9 @@ int main(int argc, char** argv)
         while ((at = bm.get_buffer_from_pool(BM_NO_WAIT, BYTES, &partition, &number)) == nullptr) pause_ms(1);
         std::array<double, 3> load{};
         getloadavg(load.data(), 3);
-        char* data = put_heads(bm.get_evid_64bit_mode(), at, name, time_of(tick, period), tick & 0x7FFFFFFF,
-                               ZRK4_BLOCK_3CHAN_2010, sizeof load);
-        std::memcpy(data, load.data(), sizeof load);
+        zrk4::sb_write block(at, BYTES, form_of(bm), {name, time_of(tick, period), tick & 0x7FFFFFFF, 1});
+        block.sub_block("LOAD", ZRK4_BLOCK_3CHAN_2010, load.data(), sizeof load);
+        block.finish();
         if (bm.ev_update(EVENT, partition, number)) std::puts("refused");
     }
     wait_until_all_are_back(bm, partition, BUFFERS);
