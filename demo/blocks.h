@@ -21,8 +21,6 @@ class block_writer {
     /// @param room  bytes of the buffer; a channel that does not fit any more is left out and marks the block as cut
     block_writer(char* at, size_t room, bool form_2024, const zrk4::sb_label& label);
     void channel(std::string_view name, std::initializer_list<double> values, int error = 0);
-    /// For what is no channel: run-control records.
-    zrk4::sb_write& records() { return block_; }
     /// Writes the counts, the length and the stamp, whose time is taken last. @return bytes of the block
     size_t seal(int64_t (*now_ns)());
 

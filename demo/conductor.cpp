@@ -90,6 +90,7 @@ void conductor::set_up()
         start("reader ", readers()[i].name, [this, i](line_end& line) { return be_reader(context_, i, line); });
     for (size_t i = 0; i < writers().size(); ++i)
         start("writer ", writers()[i].name, [this, i](line_end& line) { return be_writer(context_, i, line); });
+    start("run control", "", [this](line_end& line) { return be_run_control(context_, line); });
 }
 
 void conductor::measure()
@@ -173,6 +174,7 @@ std::vector<expected_partition> conductor::partitions() const
     std::vector<expected_partition> all{{partition_name(context_, "CLIENT_SLOTS"), true},
                                         {partition_name(context_, "EVENT_SLOTS"), true}};
     for (const writer_plan& writer : writers()) all.push_back({partition_name(context_, writer.partition), false});
+    all.push_back({partition_name(context_, RUN_PARTITION), false});
     return all;
 }
 

@@ -54,7 +54,7 @@ class conductor {
     run_record record_;
     run_context context_;
     signal_watch signals_;
-    std::vector<process> processes_; ///< the master, the readers, the writers
+    std::vector<process> processes_; ///< the master, the readers, the writers, the run control
     std::vector<std::string> failures_;
     int64_t patient_until_ns_ = 0;
     bool interrupted_ = false;

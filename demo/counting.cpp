@@ -82,6 +82,29 @@ void count_events(const run_record& record, run_figures& run)
     }
 }
 
+void count_writer(const writer_record& record, run_figures& run)
+{
+    run.waits += record.waits;
+    run.late += record.late;
+    run.refused += record.refused;
+}
+
+run_control_figures control_of(const run_control_record& record, int64_t begun)
+{
+    run_control_figures control;
+    for (size_t i = 0; i < RUN_EVENTS.size(); ++i) {
+        const auto due = static_cast<uint64_t>(number_due(static_cast<run_event_kind>(i), begun));
+        control.events.push_back({RUN_EVENTS[i].name, due, record.sent[i], record.received[i]});
+    }
+    control.channels = record.channels;
+    control.by_name = record.by_name;
+    control.values = record.values;
+    control.strangers = record.strangers;
+    control.mistaken = record.mistaken;
+    control.not_copied = record.not_copied;
+    return control;
+}
+
 } // namespace
 
 percentiles percentiles_of(std::vector<int64_t>& latencies_ns)
@@ -98,11 +121,9 @@ run_figures count(const run_record& record)
     run.begun = head.gate.begun();
     run.blocks_expected = blocks_per_event();
     count_events(record, run);
-    for (const writer_record& writer : head.writer) {
-        run.waits += writer.waits;
-        run.late += writer.late;
-        run.refused += writer.refused;
-    }
+    for (const writer_record& writer : head.writer) count_writer(writer, run);
+    count_writer(head.control.writer, run);
+    run.control = control_of(head.control, run.begun);
     for (size_t i = 0; i < READERS; ++i) {
         reader_count counted(readers()[i], i);
         for (int64_t tick = 0; tick < run.begun; ++tick) counted.event(tick, record.ticks()[static_cast<size_t>(tick)]);

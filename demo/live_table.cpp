@@ -50,8 +50,11 @@ std::vector<quantity> host_quantities()
     };
 }
 
-live_table::live_table(std::vector<quantity> quantities)
-    : quantities_(std::move(quantities)), arriving_(quantities_.size()), history_(quantities_.size())
+live_table::live_table(std::vector<quantity> quantities, std::vector<slow_quantity> slow_quantities)
+    : quantities_(std::move(quantities)),
+      arriving_(quantities_.size()),
+      history_(quantities_.size()),
+      slow_(std::move(slow_quantities))
 {
     newest_.values = now_.values = before_.values = arriving_;
 }
@@ -121,8 +124,9 @@ std::string live_table::headline() const
 std::string live_table::picture()
 {
     advance();
-    std::string text = drawn_ ? formatted("\033[%zuA", quantities_.size() + 1) : "";
-    drawn_ = true;
+    const std::vector<slow_display::row> slow = slow_.rows();
+    std::string text = drawn_ > 0 ? formatted("\033[%zuA", drawn_) : "";
+    drawn_ = 1 + quantities_.size() + slow.size();
     text += "\033[2K" + headline() + "\n";
     for (size_t i = 0; i < quantities_.size(); ++i) {
         const quantity& one = quantities_[i];
@@ -130,6 +134,8 @@ std::string live_table::picture()
         text += formatted("\033[2K  %-24s %12.1f %-6s ", one.label, value, one.unit);
         text += sparkline(history_[i], one.counter) + "\n";
     }
+    for (const auto& [what, value] : slow)
+        text += formatted("\033[2K  %-24s %12.1f %s\n", what.channel, static_cast<double>(value), what.unit);
     return text;
 }
 
@@ -141,6 +147,8 @@ std::string live_table::log_line()
         if (!history_[i].empty() && history_[i].back() >= 0.05)
             text += formatted("  %s %.1f %s", quantities_[i].label, history_[i].back(), quantities_[i].unit);
     }
+    for (const auto& [what, value] : slow_.rows())
+        text += formatted("  %s %.1f%s%s", what.channel, static_cast<double>(value), *what.unit ? " " : "", what.unit);
     return text + "\n";
 }
 

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "blocks.h"
+#include "slow_display.h"
 
 namespace demo {
 
@@ -29,11 +30,12 @@ std::vector<quantity> host_quantities();
 /// The reader thread hands in events, the main thread takes out texts.
 class live_table {
   public:
-    explicit live_table(std::vector<quantity> quantities);
+    live_table(std::vector<quantity> quantities, std::vector<slow_quantity> slow_quantities);
 
     // ---- reader thread: the channels of an event, then the event ----
     void channel(std::string_view block, const zrk4::sb_sub& channel);
     void event(int64_t tick, int64_t latency_ns);
+    void slow(std::string_view channel, float value) { slow_.set(channel, value); }
 
     // ---- main thread: what came since the last call ----
     /// The table, drawn over its own last picture.
@@ -61,7 +63,8 @@ class live_table {
     snapshot newest_; ///< under the mutex
     snapshot now_, before_;
     std::vector<std::deque<double>> history_;
-    bool drawn_ = false;
+    slow_display slow_;
+    size_t drawn_ = 0; ///< lines of the last picture
 };
 
 } // namespace demo

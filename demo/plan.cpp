@@ -2,12 +2,14 @@
 
 #include <stdexcept>
 
+#include "run_plan.h"
+
 namespace demo {
 namespace {
 
 // How far a writer may be ahead of the last event that is over.
 constexpr int TICKS_AHEAD = 120;
-static_assert(5 * TICKS_AHEAD < EVENT_SLOTS, "five blocks per event: an event slot for every data buffer");
+static_assert(5 * TICKS_AHEAD + RUN_BUFFERS < EVENT_SLOTS, "five blocks per event: an event slot for every buffer");
 
 } // namespace
 

@@ -4,50 +4,11 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
+
+#include "proc_words.h"
 
 namespace demo {
 namespace {
-
-/// Takes a text apart from its front.
-class words {
-  public:
-    explicit words(std::string_view text) : rest_(text) {}
-
-    /// @return the next word, empty at the end.
-    std::string_view next()
-    {
-        const size_t from = std::min(rest_.find_first_not_of(" \t"), rest_.size());
-        const size_t to = std::min(rest_.find_first_of(" \t", from), rest_.size());
-        const std::string_view word = rest_.substr(from, to - from);
-        rest_.remove_prefix(to);
-        return word;
-    }
-    /// @return the next word as a number, 0 when it is none.
-    double number()
-    {
-        const std::string_view word = next();
-        uint64_t value = 0;
-        std::from_chars(word.data(), word.data() + word.size(), value);
-        return static_cast<double>(value);
-    }
-    void skip(int count)
-    {
-        for (int i = 0; i < count; ++i) next();
-    }
-
-  private:
-    std::string_view rest_;
-};
-
-template <class Visit> void for_each_line(std::string_view text, Visit visit)
-{
-    while (!text.empty()) {
-        const size_t end = std::min(text.find('\n'), text.size());
-        visit(text.substr(0, end));
-        text.remove_prefix(std::min(end + 1, text.size()));
-    }
-}
 
 void processor_line(std::string_view name, words& line, block_writer& block)
 {

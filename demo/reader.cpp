@@ -10,30 +10,13 @@
 
 #include <unistd.h>
 
+#include "event_facts.h"
 #include "in_place.h"
 #include "live_table.h"
+#include "slow_reader.h"
 
 namespace demo {
 namespace {
-
-/// What a reader needs of an event slot's head, whatever its form.
-struct event_facts {
-    time_stamp key{};
-    int64_t id = 0;
-    int64_t begun_us = 0;
-    int blocks = 0;
-};
-
-template <class Head> event_facts facts_in(const void* at)
-{
-    const Head& head = *static_cast<const Head*>(at);
-    return {head.time, head.eventid, head.start.timeup * int64_t{1'000'000} + head.start.timelow, head.sbfilled};
-}
-
-event_facts facts_of(const void* head, bool records_2024)
-{
-    return records_2024 ? facts_in<zrk4_event_slot_head_2024>(head) : facts_in<zrk4_event_slot_head>(head);
-}
 
 bool same(time_stamp one, time_stamp other) { return one.timeup == other.timeup && one.timelow == other.timelow; }
 
@@ -43,6 +26,7 @@ class event_reader : public BM {
     event_reader(const run_context& run, size_t number, live_table* table)
         : run_(run), number_(number), plan_(readers()[number]), mine_(run.record.head().reader[number]), table_(table)
     {
+        if (table != nullptr) slow_.emplace(*this, run.how.records_2024, run.record.head().control, *table);
     }
     ~event_reader() override { all_clean_up(); } // ends the thread before what it uses
     void join();
@@ -54,7 +38,7 @@ class event_reader : public BM {
         int blocks = 0;
         int64_t last_registered_ns = 0;
     };
-    std::optional<size_t> tick_of(const event_facts& event) const;
+    std::optional<int64_t> tick_of(const event_facts& event) const;
     bool wants(const zrk4_client_sblock_data& entry) const;
     void read(const zrk4_client_sblock_data& entry, const event_facts& event, found& sum);
     bool check(const zrk4::sb_view& block, const event_facts& event, found& sum) const;
@@ -65,6 +49,7 @@ class event_reader : public BM {
     const reader_plan& plan_;
     reader_record& mine_;
     live_table* table_;
+    std::optional<slow_reader> slow_; ///< follows the run control
     attached_segments segments_;
 };
 
@@ -77,13 +62,16 @@ void event_reader::join()
                              static_cast<uint32_t>(plan_.time_ratio_us % 1'000'000)};
     parameters.tmask = plan_.trigger_mask;
     std::list<std::string> names = plan_.blocks;
-    if (subscribe(EVENT_TYPE, CLI_T_READER, &parameters, &names) < 1)
-        throw std::runtime_error("reader: no client slot");
+    bool joined = subscribe(EVENT_TYPE, CLI_T_READER, &parameters, &names) > 0;
+    for (const run_event& event : RUN_EVENTS)
+        joined = joined && (!slow_ || subscribe(event.type, CLI_T_READER, &parameters, nullptr) > 0);
+    if (!joined) throw std::runtime_error("reader: no client slot");
 }
 
 void event_reader::leave()
 {
     unsubscribe(EVENT_TYPE, CLI_T_READER);
+    for (const run_event& event : RUN_EVENTS) unsubscribe(event.type, CLI_T_READER);
     all_clean_up();
 }
 
@@ -91,8 +79,14 @@ void event_reader::event_handler(void* head, zrk4_client_sblock_data* first)
 {
     const int64_t called_ns = monotonic_ns();
     const event_facts event = facts_of(head, run_.how.records_2024);
-    const std::optional<size_t> tick = tick_of(event);
-    if (!tick) {
+    const std::optional<int64_t> tick = tick_of(event);
+    const int64_t begun = run_.record.head().gate.begun();
+    if (slow_ && event.type != EVENT_TYPE) {
+        const auto kind = run_event_of(event.type);
+        slow_->event(head, first, event, tick && kind && due(*kind, *tick, begun));
+        return;
+    }
+    if (event.type != EVENT_TYPE || !tick || *tick >= begun) {
         ++mine_.strangers;
         return;
     }
@@ -100,16 +94,15 @@ void event_reader::event_handler(void* head, zrk4_client_sblock_data* first)
     for (int i = 0; i < event.blocks; ++i) {
         if (wants(first[i])) read(first[i], event, sum);
     }
-    note(*tick, event, sum, called_ns);
+    note(static_cast<size_t>(*tick), event, sum, called_ns);
 }
 
-std::optional<size_t> event_reader::tick_of(const event_facts& event) const
+// Both of an event's keys name one tick.
+std::optional<int64_t> event_reader::tick_of(const event_facts& event) const
 {
     const tick_clock& clock = run_.record.head().clock;
     const std::optional<int64_t> tick = clock.tick_at(event.key);
-    if (!tick || *tick >= run_.record.head().gate.begun()) return std::nullopt;
-    if (event.id != clock.event_id(*tick, run_.how.records_2024)) return std::nullopt;
-    return static_cast<size_t>(*tick);
+    return tick && event.id == clock.event_id(*tick, run_.how.records_2024) ? tick : std::nullopt;
 }
 
 // An entry without a buffer stands for a block that no writer will bring; the count of blocks shows it as missing.
@@ -169,7 +162,7 @@ void show_until_told(live_table& table, line_end& line)
 
 int be_reader(const run_context& run, size_t number, line_end& line)
 {
-    live_table table(host_quantities());
+    live_table table(host_quantities(), host_slow_quantities());
     const bool shows = number == EVERY_BLOCK;
     event_reader reader(run, number, shows ? &table : nullptr);
     reader.join();

@@ -9,6 +9,7 @@
 #include <span>
 
 #include "plan.h"
+#include "run_plan.h"
 #include "tick.h"
 
 namespace demo {
@@ -40,10 +41,24 @@ struct writer_record {
     std::atomic<uint64_t> refused; ///< blocks that the buffer manager did not enter
 };
 
+/// What the run control sent, and what the first reader made of it. Arrays are by kind of event.
+struct run_control_record {
+    writer_record writer;
+    std::atomic<uint64_t> sent[RUN_EVENTS.size()];
+    std::atomic<uint64_t> received[RUN_EVENTS.size()];
+    std::atomic<uint64_t> strangers;  ///< received when none of its kind was due
+    std::atomic<uint64_t> channels;   ///< in the dictionary as it was sent
+    std::atomic<uint64_t> by_name;    ///< channels of the dictionary that came with a value and were read by name
+    std::atomic<uint64_t> values;     ///< values and properties that were asked for by name
+    std::atomic<uint64_t> mistaken;   ///< of these, answered otherwise than they were sent
+    std::atomic<uint64_t> not_copied; ///< events and blocks that the local copies did not take
+};
+
 struct run_head {
     tick_gate gate;
     tick_clock clock; ///< set before the writers are told to go
     writer_record writer[3];
+    run_control_record control;
     reader_record reader[READERS];
 };
 

@@ -26,7 +26,9 @@ std::string partition_name(const run_context& run, const char* name);
 int be_master(const run_context& run, line_end& line);
 /// Hears GO, writes the blocks of every tick that the gate lets begin, says FINISHED.
 int be_writer(const run_context& run, size_t number, line_end& line);
-/// Reader 0 shows the live table.
+/// Hears GO, sends the run-control events of every tick that the gate lets begin, says FINISHED.
+int be_run_control(const run_context& run, line_end& line);
+/// Reader 0 shows the live table, and follows the run control.
 int be_reader(const run_context& run, size_t number, line_end& line);
 
 } // namespace demo

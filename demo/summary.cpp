@@ -62,6 +62,28 @@ void judge_events(text& found, const run_figures& run)
     if (run.refused != 0) found.line("%" PRIu64 " blocks refused", run.refused);
 }
 
+void judge_control(text& found, const run_control_figures& control, bool has_events)
+{
+    const auto none_of = [&](const char* what, uint64_t number) {
+        if (number != 0) found.line("run control: %" PRIu64 " %s", number, what);
+    };
+    for (const run_event_figures& one : control.events) {
+        if (one.sent != one.due)
+            found.line("run control: %" PRIu64 " %s events sent instead of %" PRIu64, one.sent, one.name.c_str(),
+                       one.due);
+        if (one.received != one.sent)
+            found.line("run control: %" PRIu64 " %s events received of %" PRIu64, one.received, one.name.c_str(),
+                       one.sent);
+    }
+    if (control.channels == 0) found.line("run control: no slow channel in the dictionary");
+    if (has_events && control.by_name != control.channels)
+        found.line("run control: %" PRIu64 " of %" PRIu64 " slow channels read by name", control.by_name,
+                   control.channels);
+    none_of("events that were not due", control.strangers);
+    none_of("values not as they were sent", control.mistaken);
+    none_of("events or blocks that the local copies did not take", control.not_copied);
+}
+
 void judge_partition(text& found, const partition_balance& part)
 {
     if (part.whole()) return;
@@ -85,6 +107,16 @@ void print_reader(text& out, const reader_figures& reader)
              reader.latency.p99_us);
 }
 
+void print_control(text& out, const run_control_figures& control)
+{
+    std::string events;
+    for (const run_event_figures& one : control.events)
+        events += "   " + one.name + " " + std::to_string(one.sent) + "/" + std::to_string(one.received);
+    out.line("  run control%s   (sent/received)", events.c_str());
+    out.line("             slow channels in the dictionary %" PRIu64 "   read by name %" PRIu64 "   values %" PRIu64,
+             control.channels, control.by_name, control.values);
+}
+
 void print_partitions(text& out, const std::vector<partition_balance>& partitions)
 {
     out.line("  %-28s %9s %11s %12s %9s", "partition", "buffers", "free queue", "semaphore 1", "expected");
@@ -100,6 +132,7 @@ std::vector<std::string> complaints(const run_figures& run)
     text found;
     judge_events(found, run);
     for (const reader_figures& reader : run.readers) judge_reader(found, reader);
+    judge_control(found, run.control, run.begun > 0);
     if (run.partitions.empty()) found.line("no partition was looked at");
     for (const partition_balance& part : run.partitions) judge_partition(found, part);
     for (const std::string& failure : run.failures) found.line("%s", failure.c_str());
@@ -116,6 +149,7 @@ std::string summary_text(const run_figures& run)
     out.line("  writers    waited for a buffer %" PRIu64 "   samples behind their tick %" PRIu64 "   refused %" PRIu64,
              run.waits, run.late, run.refused);
     for (const reader_figures& reader : run.readers) print_reader(out, reader);
+    print_control(out, run.control);
     print_partitions(out, run.partitions);
     const std::vector<std::string> wrong = complaints(run);
     for (const std::string& one : wrong) out.line("  WRONG: %s", one.c_str());

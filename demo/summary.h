@@ -33,6 +33,16 @@ struct reader_figures {
     percentiles latency;
 };
 
+struct run_event_figures {
+    std::string name;
+    uint64_t due = 0, sent = 0, received = 0;
+};
+struct run_control_figures {
+    std::vector<run_event_figures> events;
+    uint64_t channels = 0, by_name = 0, values = 0;
+    uint64_t strangers = 0, mistaken = 0, not_copied = 0;
+};
+
 struct run_figures {
     int64_t ticks = 0; ///< asked for; a run that is interrupted begins fewer
     int64_t begun = 0, complete = 0;
@@ -41,6 +51,7 @@ struct run_figures {
     uint64_t waits = 0, late = 0, refused = 0;
     bool interrupted = false;
     std::vector<reader_figures> readers;
+    run_control_figures control;
     std::vector<partition_balance> partitions;
     std::vector<std::string> failures; ///< of processes, and what they left behind
 };

@@ -31,7 +31,8 @@ void feed(live_table& table, int64_t tick, double counter, double gauge)
 live_table two_quantities()
 {
     return live_table(
-        {{"rate", "/s", "BLOCK", "counter", 0, 2.0, true}, {"level", "MiB", "BLOCK", "gauge", 0, 0.5, false}});
+        {{"rate", "/s", "BLOCK", "counter", 0, 2.0, true}, {"level", "MiB", "BLOCK", "gauge", 0, 0.5, false}},
+        {{"warmth", "C"}, {"load", ""}});
 }
 
 } // namespace
@@ -66,6 +67,30 @@ TEST(LiveTable, IsDrawnOverItsLastPicture)
     const std::string second = table.picture();
     EXPECT_EQ(second.find("\033[3A"), 0U) << "a headline and two lines";
     EXPECT_EQ(std::count(second.begin(), second.end(), '\n'), 3);
+}
+
+TEST(LiveTable, ShowsTheNewestValueOfTheSlowChannelsThatHaveCome)
+{
+    live_table table = two_quantities();
+    EXPECT_EQ(table.log_line().find("warmth"), std::string::npos);
+    table.slow("warmth", 40);
+    table.slow("warmth", 41.5F);
+    table.slow("nobody's", 1);
+    const std::string line = table.log_line();
+    EXPECT_NE(line.find("  warmth 41.5 C"), std::string::npos) << line;
+    EXPECT_EQ(line.find("load"), std::string::npos) << line;
+    EXPECT_EQ(line.find("nobody's"), std::string::npos) << line;
+}
+
+TEST(LiveTable, GrowsByALineForASlowChannelThatComesLater)
+{
+    live_table table = two_quantities();
+    table.picture();
+    table.slow("load", 0.5F);
+    const std::string second = table.picture(), third = table.picture();
+    EXPECT_EQ(second.find("\033[3A"), 0U) << "over the first one's lines";
+    EXPECT_EQ(std::count(second.begin(), second.end(), '\n'), 4);
+    EXPECT_EQ(third.find("\033[4A"), 0U);
 }
 
 TEST(LiveTable, WaitsForTwoEventsBeforeItShowsRates)

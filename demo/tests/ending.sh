@@ -32,9 +32,9 @@ line=""
 while [[ $line != *" events "*" callback "* ]]; do
     IFS= read -r -t 20 line <&"$output" || fail "no event came"
 done
-[[ $(ipcs -m | grep -c '^0x') == 5 ]] || fail "not the five partitions of a run: $(ipcs -m)"
+[[ $(ipcs -m | grep -c '^0x') == 6 ]] || fail "not the six partitions of a run: $(ipcs -m)"
 
-read -r -a children <"/proc/$run/task/$run/children" || [[ ${#children[@]} == 7 ]] # its line has no end
+read -r -a children <"/proc/$run/task/$run/children" || [[ ${#children[@]} == 8 ]] # its line has no end
 expected=130
 case $2 in
     interrupt)

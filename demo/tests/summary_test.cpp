@@ -1,6 +1,7 @@
 // The verdict: a whole run has no complaint, and every kind of loss has one.
 #include <gtest/gtest.h>
 
+#include <array>
 #include <functional>
 #include <string>
 
@@ -11,6 +12,7 @@ using namespace demo;
 namespace {
 
 constexpr int64_t TICKS = 200;
+constexpr std::array<uint64_t, 4> EVENTS_IN_TWO_SECONDS{1, 1, 2, 1}; // begin, end, environment, update
 
 /// The record of a run of `TICKS` events as it is when all goes well; the prescaled reader takes what its trigger or
 /// its time ratio gives it.
@@ -31,6 +33,10 @@ class finished_run {
             last_us = begun_us;
         }
         for (reader_record& reader : record.head().reader) reader.bytes_in_place = 1000;
+        run_control_record& control = record.head().control;
+        for (size_t kind = 0; kind < RUN_EVENTS.size(); ++kind)
+            control.sent[kind] = control.received[kind] = EVENTS_IN_TWO_SECONDS[kind];
+        control.channels = control.by_name = 12;
     }
     tick_record& at(int64_t tick) { return record.ticks()[static_cast<size_t>(tick)]; }
     std::vector<std::string> verdict() const
@@ -137,6 +143,43 @@ TEST(Verdict, NamesRefusedBlocks)
     EXPECT_EQ(run.verdict(), lines{"3 blocks refused"});
 }
 
+TEST(Verdict, NamesRunControlEventsThatWereNotSentOrDidNotCome)
+{
+    const char* names[] = {"begin", "end", "environment", "update"};
+    for (size_t kind = 0; kind < RUN_EVENTS.size(); ++kind) {
+        const auto count = std::to_string(EVENTS_IN_TWO_SECONDS[kind]);
+        const auto less = std::to_string(EVENTS_IN_TWO_SECONDS[kind] - 1);
+        finished_run run;
+        --run.record.head().control.received[kind];
+        const std::string events = std::string(names[kind]) + " events ";
+        EXPECT_EQ(run.verdict(), lines{"run control: " + less + " " + events + "received of " + count});
+        --run.record.head().control.sent[kind];
+        EXPECT_EQ(run.verdict(), lines{"run control: " + less + " " + events + "sent instead of " + count});
+    }
+}
+
+TEST(Verdict, NamesSlowChannelsThatWereNotReadByName)
+{
+    finished_run run;
+    run.record.head().control.by_name = 11;
+    EXPECT_EQ(run.verdict(), lines{"run control: 11 of 12 slow channels read by name"});
+    run.record.head().control.channels = run.record.head().control.by_name = 0;
+    EXPECT_EQ(run.verdict(), lines{"run control: no slow channel in the dictionary"});
+}
+
+TEST(Verdict, NamesSlowValuesAndEventsThatWereNotAsTheyWereSent)
+{
+    finished_run run;
+    run_control_record& control = run.record.head().control;
+    control.strangers = 1;
+    control.mistaken = 2;
+    control.not_copied = 3;
+    control.writer.refused = 4;
+    EXPECT_EQ(run.verdict(), (lines{"4 blocks refused", "run control: 1 events that were not due",
+                                    "run control: 2 values not as they were sent",
+                                    "run control: 3 events or blocks that the local copies did not take"}));
+}
+
 TEST(Verdict, NamesAPartitionThatIsNotWhole)
 {
     finished_run whole;
@@ -175,6 +218,8 @@ TEST(Summary, TellsEveryFigure)
     run.partitions = {{"DATA", 1, 5, 5, 5, false}};
     const std::string text = summary_text(run);
     for (const char* part : {"begun 200   complete 200   blocks per event 5.00 of 5", "reader A   delivered 200",
-                             "bytes in place 1000   copied 0", "p50 100.0 us   p99 198.0 us", "all accounted for"})
+                             "bytes in place 1000   copied 0", "p50 100.0 us   p99 198.0 us",
+                             "begin 1/1   end 1/1   environment 2/2   update 1/1",
+                             "slow channels in the dictionary 12   read by name 12", "all accounted for"})
         EXPECT_NE(text.find(part), std::string::npos) << part << " in\n" << text;
 }
