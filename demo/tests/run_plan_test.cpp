@@ -16,8 +16,8 @@ TEST(RunPlan, CountsTheEventsThatAreDue)
         EXPECT_EQ(number_due(BEGIN, begun), 1);
         EXPECT_EQ(number_due(END, begun), 1);
     }
-    EXPECT_EQ(number_due(ENVIRONMENT, 10 * TICKS_PER_SECOND), 10) << "every second";
-    EXPECT_EQ(number_due(UPDATE, 10 * TICKS_PER_SECOND), 5) << "every other second";
+    EXPECT_EQ(number_due(ENVIRONMENT, int64_t{10} * TICKS_PER_SECOND), 10) << "every second";
+    EXPECT_EQ(number_due(UPDATE, int64_t{10} * TICKS_PER_SECOND), 5) << "every other second";
     EXPECT_EQ(number_due(UPDATE, TICKS_PER_SECOND), 1) << "in the shortest run as well";
 }
 
