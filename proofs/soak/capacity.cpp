@@ -4,6 +4,8 @@
 
 #include <unistd.h>
 
+#include "bm_check.h"
+
 namespace soak {
 
 std::vector<stock> all_stock(bool with_clients)
@@ -44,6 +46,21 @@ void tell(const record& log, const std::vector<stock>& all)
         for (int i = 0; i < one.uncounted(); ++i) log.line("lost", "partition=%s count", name);
         if (one.uncounted() < 0) log.line("wrong", "what=counts-too-many partition=%s by=%d", name, -one.uncounted());
     }
+}
+
+void repair(const record& log, const settings& how)
+{
+    bm_check_request request;
+    request.repair = true;
+    request.records_2024 = how.wide;
+    request.observe = std::chrono::seconds(2); // nobody but the master is there any more
+    const bm_check_report report = bm_check(request);
+    for (const bm_finding& found : report.findings) {
+        log.line("finding", "invariant=%d partition=%s number=%d pid=%lld text=%s", found.invariant,
+                 found.partition.c_str(), found.number, static_cast<long long>(found.pid), found.text.c_str());
+    }
+    if (!report.complete()) log.line("wrong", "what=not-all-was-looked-at");
+    log.line("repair", "findings=%zu repaired=%zu", report.findings.size(), report.count(bm_verdict::repaired));
 }
 
 } // namespace soak

@@ -18,6 +18,8 @@ std::vector<stock> all_stock(bool with_clients);
 std::vector<stock> settled_stock(bool with_clients, int quiet_ms, int patience_ms);
 /// A line of the record for everything that is lost.
 void tell(const record& log, const std::vector<stock>& all);
+/// Brings back what only a repair can; a line for each thing that it found, and one for all.
+void repair(const record& log, const settings& how);
 
 } // namespace soak
 

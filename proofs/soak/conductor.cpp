@@ -111,6 +111,8 @@ void conductor::drain()
 void conductor::take_stock()
 {
     tell(context_.log, settled_stock(true, 20 * PERIOD_US / 1000, SETTLE_MS));
+    repair(context_.log, how_);
+    tell(context_.log, all_stock(true));
     for (int m = FIRST_READER; m < MEMBERS; ++m) {
         context_.log.line("blocks", "role=%s n=%llu", name_of(m).c_str(),
                           static_cast<unsigned long long>(all_->member[m].blocks));

@@ -1,6 +1,7 @@
 #include "summary.h"
 
 #include <sstream>
+#include <utility>
 
 #include "fields.h"
 
@@ -13,7 +14,10 @@ void count(figures& seen, const proof::record_line& line)
     if (kind == "kill" && line.text("status") == "signal:9") ++seen.kills;
     if (kind == "blocks") seen.blocks += line.number("n");
     if (kind == "lost") ++seen.lost;
-    if (kind == "repair") seen.repaired = true;
+    if (kind == "repair") {
+        seen.repaired = true;
+        seen.lost_before = std::exchange(seen.lost, 0);
+    }
     if (kind == "end") seen.complete = true;
     if (kind != "wrong") return;
     ++seen.wrong;
@@ -44,8 +48,10 @@ std::string complaints(const figures& seen)
     if (seen.kills == 0) out << "nobody was killed\n";
     if (seen.blocks == 0) out << "no block arrived\n";
     for (const auto& [what, times] : seen.what) out << "wrong: " << what << ", " << times << " times\n";
-    const uint64_t allowed = seen.repaired ? 0 : seen.kills;
-    if (seen.lost > allowed) out << "lost " << seen.lost << " buffers, at most " << allowed << " can be explained\n";
+    const uint64_t without_repair = seen.repaired ? seen.lost_before : seen.lost;
+    if (without_repair > seen.kills)
+        out << "lost " << without_repair << " buffers, at most " << seen.kills << " can be explained\n";
+    if (seen.repaired && seen.lost > 0) out << "lost " << seen.lost << " buffers for good: the repair left them\n";
     return out.str();
 }
 

@@ -14,8 +14,9 @@ struct figures {
     uint64_t kills = 0;  ///< wait statuses that are the kill
     uint64_t blocks = 0; ///< that readers found sound
     uint64_t wrong = 0;
-    uint64_t lost = 0; ///< buffers that did not come back
-    bool repaired = false;
+    uint64_t lost_before = 0;             ///< buffers that did not come back by themselves
+    uint64_t lost = 0;                    ///< nor by a repair, where there was one
+    bool repaired = false;                ///< there was a repair
     bool complete = false;                ///< the run came to its end
     std::map<std::string, uint64_t> what; ///< how often each wrong thing
 };

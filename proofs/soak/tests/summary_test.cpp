@@ -18,6 +18,7 @@ figures of(const std::string& record)
 const std::string KILL = "kill t=1.0 role=writer-1 pid=12 life=1 status=signal:9\n";
 const std::string BLOCKS = "blocks t=9.0 role=reader-0 n=70\nblocks t=9.0 role=reader-1 n=30\n";
 const std::string LOST = "lost t=9.0 partition=SOAK_DATA_0 buffer=7 owner=12 status=0\n";
+const std::string REPAIR = "repair t=9.0 findings=1 repaired=1\n";
 const std::string END = "end t=9.1 longest_gap_ms=8\n";
 
 TEST(SoakSummary, CountsKillsBlocksWrongAndLost)
@@ -45,8 +46,18 @@ TEST(SoakSummary, AKillExplainsOneLostBuffer)
 
 TEST(SoakSummary, AfterARepairNothingMayBeLost)
 {
-    EXPECT_EQ(complaints(of(KILL + BLOCKS + "repair t=9.0 findings=1 repaired=1\n" + LOST + END)),
-              "lost 1 buffers, at most 0 can be explained\n");
+    const figures seen = of(KILL + BLOCKS + LOST + REPAIR + LOST + END);
+    EXPECT_EQ(last_line(seen), "kills: 1, blocks: 100, wrong: 0, lost: 1");
+    EXPECT_EQ(complaints(seen), "lost 1 buffers for good: the repair left them\n");
+}
+
+TEST(SoakSummary, WhatARepairBringsBackIsNotLostAndStillTakesAKillForEachBuffer)
+{
+    const figures seen = of(KILL + BLOCKS + LOST + REPAIR + END);
+    EXPECT_EQ(last_line(seen), "kills: 1, blocks: 100, wrong: 0, lost: 0");
+    EXPECT_EQ(complaints(seen), "");
+    EXPECT_EQ(complaints(of(KILL + BLOCKS + LOST + LOST + REPAIR + END)),
+              "lost 2 buffers, at most 1 can be explained\n");
 }
 
 TEST(SoakSummary, ARunThatWasCutShortIsNotGood)
