@@ -133,6 +133,16 @@ TEST_P(SbView, SubBlockOfALengthThatCannotBeEndsTheWalk)
     EXPECT_EQ(names(), "AB") << "up to the last byte";
 }
 
+TEST_P(SbView, BlockOfTheSmallestLengthThereIsHasNoSubBlocks)
+{
+    const int64_t smallest = GetParam() == sb_form::of_2024 ? INT64_MIN : INT_MIN;
+    for (const int64_t total : {int64_t{-1}, smallest, smallest + 1, smallest + 571}) {
+        set_total(total);
+        EXPECT_EQ(names(), "") << total;
+        EXPECT_FALSE(sb_view(at(), size_).sound()) << total;
+    }
+}
+
 TEST_P(SbView, NamesWithoutAnEndHave256Characters)
 {
     std::memset(at() + (GetParam() == sb_form::of_2024 ? 32 : 16), 's', 256);

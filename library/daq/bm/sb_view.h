@@ -165,7 +165,7 @@ class sb_view {
         {
             constexpr int64_t SUBHEAD = sizeof(zrk4_serv_block_subhead_2010);
             length_ = 0;
-            if (left_ > 0 && SUBHEAD <= end_ - at_) {
+            if (left_ > 0 && at_ + SUBHEAD <= end_) { // a length may be the smallest number there is
                 length_ = reinterpret_cast<const zrk4_serv_block_subhead_2010*>(block_ + at_)->ldata;
                 if (length_ < SUBHEAD || length_ > end_ - at_) length_ = 0;
             }
