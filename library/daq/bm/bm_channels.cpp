@@ -141,7 +141,7 @@ int get_sb_param(zrk4_event_slot_head_2024* slot, zrk4_client_sblock_data* entri
 {
     if (names_nothing(name)) return 1;
     const name_query wanted(name);
-    const auto list = blocks_of_either(slot, entries).entries;
+    const auto list = blocks_of_either(slot, entries, bm).entries;
     const auto entry =
         std::find_if(list.begin(), list.end(), [&](const auto& e) { return !is_hole(e) && wanted.matches(e.name); });
     if (entry == list.end()) return 1;
@@ -160,7 +160,7 @@ int get_sb_param(zrk4_event_slot_head_2024* slot, zrk4_client_sblock_data* entri
 
 int check_bad_sb_data(zrk4_event_slot_head_2024* slot, zrk4_client_sblock_data* entries, BM* bm)
 {
-    const event_blocks event = blocks_of_either(slot, entries);
+    const event_blocks event = blocks_of_either(slot, entries, bm);
     if (is_run_control(event.evtype)) return 0;
     return static_cast<int>(std::count_if(event.entries.begin(), event.entries.end(), [&](const auto& entry) {
         if (is_hole(entry)) return false;
@@ -174,19 +174,19 @@ zrk4_serv_block_subhead_2010* get_fast_channel_data_2024(zrk4_event_slot_head_20
                                                          BM* bm, zrk4_serv_block_head_2010** h10,
                                                          zrk4_serv_block_head_2024** h24)
 {
-    return find_channel<own_form>(blocks_of(slot, entries), name, channel, bm, {h10, h24});
+    return find_channel<own_form>(blocks_of(slot, entries, bm), name, channel, bm, {h10, h24});
 }
 
 zrk4_serv_block_subhead_2010* get_fast_channel_data(zrk4_event_slot_head* slot, zrk4_client_sblock_data* entries,
                                                     char* name, char* channel, BM* bm, zrk4_serv_block_head_2010** h10)
 {
-    return find_channel<all_2010>(blocks_of(slot, entries), name, channel, bm, {h10, nullptr});
+    return find_channel<all_2010>(blocks_of(slot, entries, bm), name, channel, bm, {h10, nullptr});
 }
 
 int get_slow_channel_data(zrk4_event_slot_head_2024* slot, zrk4_client_sblock_data* entries, const char* channel,
                           BM* bm, zrk4_serv_block_head_2010** h10, zrk4_serv_block_head_2024** h24, float* value)
 {
-    const int32_t evtype = blocks_of(slot, entries).evtype;
+    const int32_t evtype = blocks_of(slot, entries, bm).evtype;
     if (!carries_slow_channels(evtype) || update_local_copies(slot, entries, bm, h10, h24)) return 1;
     return read_slow_channel(evtype, channel, value);
 }
@@ -194,7 +194,7 @@ int get_slow_channel_data(zrk4_event_slot_head_2024* slot, zrk4_client_sblock_da
 int get_slow_channel_data_2010(zrk4_event_slot_head* slot, zrk4_client_sblock_data* entries, const char* channel,
                                BM* bm, zrk4_serv_block_head_2010** h10, float* value)
 {
-    const int32_t evtype = blocks_of(slot, entries).evtype;
+    const int32_t evtype = blocks_of(slot, entries, bm).evtype;
     if (!carries_slow_channels(evtype) || update_local_copies_2010(slot, entries, bm, h10)) return 1;
     return read_slow_channel(evtype, channel, value);
 }

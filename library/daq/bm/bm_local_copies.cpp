@@ -202,11 +202,11 @@ void clean_local_copies()
 bool update_local_copies(zrk4_event_slot_head_2024* slot, zrk4_client_sblock_data* entries, BM* bm,
                          zrk4_serv_block_head_2010** h10, zrk4_serv_block_head_2024** h24)
 {
-    return update<own_form>(blocks_of(slot, entries), bm, {h10, h24});
+    return update<own_form>(blocks_of(slot, entries, bm), bm, {h10, h24});
 }
 
 bool update_local_copies_2010(zrk4_event_slot_head* slot, zrk4_client_sblock_data* entries, BM* bm,
                               zrk4_serv_block_head_2010** h10)
 {
-    return update<all_2010>(blocks_of(slot, entries), bm, {h10, nullptr});
+    return update<all_2010>(blocks_of(slot, entries, bm), bm, {h10, nullptr});
 }

@@ -102,6 +102,8 @@ struct bm_core {
         return bm.evid64bitmode ? use(slots_2024{}) : use(slots_2010{});
     }
     static bool attached(const BM& bm) { return bm.cl_buf != nullptr && bm.ev_buf != nullptr; }
+    /// End of the event slot in which `at` lies, null when it lies elsewhere.
+    static const char* end_of_slot(const BM& bm, const void* at);
 
     // BM_init.cpp: attachment
     struct slot_partitions {

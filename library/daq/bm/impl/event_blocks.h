@@ -3,11 +3,14 @@
 #ifndef ZRK4_IMPL_EVENT_BLOCKS_H
 #define ZRK4_IMPL_EVENT_BLOCKS_H
 
+#include <algorithm>
 #include <cstdint>
+#include <limits>
 #include <span>
 
 #include "BM.h"
 #include "block_form.h"
+#include "bm_core.h"
 
 namespace zrk4::impl {
 
@@ -17,24 +20,34 @@ struct event_blocks {
     std::span<const zrk4_client_sblock_data> entries;
 };
 
-template <class Head> event_blocks blocks_of(const Head* slot, const zrk4_client_sblock_data* entries)
+/// Another process may leave any count in the head of a slot: no entry is read that has no room in the slot's buffer.
+/// Of a head or entries that a program keeps elsewhere nothing is known; there the count stands.
+inline int64_t entries_that_fit(const BM* bm, const void* slot, const zrk4_client_sblock_data* entries)
+{
+    const auto end = bm == nullptr ? 0 : reinterpret_cast<intptr_t>(bm_core::end_of_slot(*bm, slot));
+    const auto first = reinterpret_cast<intptr_t>(entries);
+    if (first < reinterpret_cast<intptr_t>(slot) || first > end) return std::numeric_limits<int32_t>::max();
+    return (end - first) / static_cast<intptr_t>(sizeof *entries);
+}
+
+template <class Head> event_blocks blocks_of(const Head* slot, const zrk4_client_sblock_data* entries, const BM* bm)
 {
     if (slot == nullptr) return {ZRK4_EV_EVMAX, {}};
-    const int32_t filled = entries == nullptr ? 0 : slot->sbfilled;
-    return {slot->evtype, {entries, filled < 1 ? size_t{0} : static_cast<size_t>(filled)}};
+    const int64_t filled = entries == nullptr ? 0 : slot->sbfilled;
+    const int64_t read = filled < 1 ? 0 : std::min(filled, entries_that_fit(bm, slot, entries));
+    return {slot->evtype, {entries, static_cast<size_t>(read)}};
 }
 
 /// The same for a slot of either form.
-inline event_blocks blocks_of_either(const zrk4_event_slot_head_2024* slot, const zrk4_client_sblock_data* entries)
+inline event_blocks blocks_of_either(const zrk4_event_slot_head_2024* slot, const zrk4_client_sblock_data* entries,
+                                     const BM* bm)
 {
-    if (slot == nullptr || slot->pattern == EV_SLOT_PATTERN_2024) return blocks_of(slot, entries);
-    return blocks_of(reinterpret_cast<const zrk4_event_slot_head*>(slot), entries);
+    if (slot == nullptr || slot->pattern == EV_SLOT_PATTERN_2024) return blocks_of(slot, entries, bm);
+    return blocks_of(reinterpret_cast<const zrk4_event_slot_head*>(slot), entries, bm);
 }
 
 /// Begin and end of run, environment and update: events without data channels.
 inline bool is_run_control(int32_t evtype) { return evtype >= ZRK4_EV_BOR && evtype <= ZRK4_EV_UPD; }
-
-inline bool is_hole(const zrk4_client_sblock_data& entry) { return entry.shmid == 0 || entry.bnum == -1; }
 
 /// Where a block lies; a null address when it cannot be had.
 struct block_place {
