@@ -2,7 +2,7 @@
 # Installs what is missing for a purpose; does nothing, and needs no network, where everything is there.
 # Package names hold for Debian 12 and Ubuntu 24.04.
 #
-# usage: scripts/install-deps.sh build|test|bench
+# usage: scripts/install-deps.sh build|test|bench|fuzz
 set -euo pipefail
 
 # What must be there, and the package that brings it: a command, or a file by its path.
@@ -11,10 +11,12 @@ readonly TEST=("${BUILD[@]}" clang++:clang clang-format-14:clang-format-14 clang
     shellcheck:shellcheck git:git cmp:diffutils ipcs:util-linux unshare:util-linux setarch:util-linux nm:binutils
     strace:strace /usr/include/gtest/gtest.h:libgtest-dev)
 readonly BENCH=("${BUILD[@]}" strace:strace)
+readonly FUZZ=("${BUILD[@]}" clang++:clang libclang_rt.fuzzer-x86_64.a:libclang-rt-dev)
 
 is_there() {
     case $1 in
         /*) [[ -e $1 ]] ;;
+        *.a) [[ -e $(clang++ -print-file-name="$1" 2>/dev/null) ]] ;;
         *) command -v "$1" >/dev/null ;;
     esac
 }
@@ -34,8 +36,9 @@ case ${1:-} in
     build) needs=("${BUILD[@]}") ;;
     test) needs=("${TEST[@]}") ;;
     bench) needs=("${BENCH[@]}") ;;
+    fuzz) needs=("${FUZZ[@]}") ;;
     *)
-        echo "usage: ${0##*/} build|test|bench" >&2
+        echo "usage: ${0##*/} build|test|bench|fuzz" >&2
         exit 2
         ;;
 esac

@@ -17,7 +17,7 @@ TEXT
 }
 
 presets=(release asan-ubsan tsan)
-checks=(layout mistakes second_compiler soak kill_sweep call_faults)
+checks=(layout mistakes second_compiler soak kill_sweep call_faults hostile_data)
 while (($# > 0)); do
     case $1 in
         --quick)
@@ -69,6 +69,7 @@ second_compiler() {
 # The length that a change is worth; before a release scripts/soak.sh runs for a day.
 soak() { scripts/soak.sh 40; }
 kill_sweep() { scripts/kill-sweep.sh --sample; }
+hostile_data() { scripts/fuzz.sh --runs 40000; }
 call_faults() { scripts/call-faults.sh --sample; }
 
 # Segments and semaphore sets of the host, one per line.

@@ -1,0 +1,65 @@
+/// @file
+/// An event as a reader program is given it: blocks in guarded buffers, entries, and a slot of either form.
+#ifndef ZRK4_FUZZ_READER_EVENT_H
+#define ZRK4_FUZZ_READER_EVENT_H
+
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "block_recipe.h"
+#include "bm_util.h"
+#include "guarded.h"
+
+namespace fuzz {
+
+class reader_event {
+  public:
+    reader_event(input& in, const data_partitions& data, int32_t evtype, int blocks)
+        : entries_(static_cast<size_t>(blocks))
+    {
+        slot_2024.pattern = EV_SLOT_PATTERN_2024;
+        slot_2010.evtype = slot_2024.evtype = static_cast<ZRK4_EVTYPE>(evtype);
+        slot_2010.sbfilled = slot_2024.sbfilled = blocks;
+        for (auto& entry : entries_) put(in, data, entry);
+    }
+    zrk4_client_sblock_data* entries() { return entries_.data(); }
+    size_t blocks() const { return entries_.size(); }
+
+    zrk4_event_slot_head slot_2010{};
+    zrk4_event_slot_head_2024 slot_2024{};
+
+  private:
+    void put(input& in, const data_partitions& data, zrk4_client_sblock_data& entry)
+    {
+        const auto place = data.one(in);
+        opened_.push_back(std::make_unique<open_buffer>(place.at, place.bytes));
+        std::memset(place.at, in.flag() ? 0xFF : 0, place.bytes);
+        const std::string bytes = server_block(in, place.bytes);
+        std::memcpy(place.at, bytes.data(), bytes.size());
+        in.name(entry.name);
+        entry.shmid = place.id;
+        entry.bnum = place.bnum;
+    }
+
+    std::vector<zrk4_client_sblock_data> entries_;
+    std::vector<std::unique_ptr<open_buffer>> opened_;
+};
+
+/// What a caller of 2010 passes where either form is taken: as large as the other one.
+class slot_of_either {
+  public:
+    explicit slot_of_either(const zrk4_event_slot_head& slot)
+    {
+        std::memset(bytes_, 0x55, sizeof bytes_);
+        std::memcpy(bytes_, &slot, sizeof slot);
+    }
+    zrk4_event_slot_head_2024* get() { return reinterpret_cast<zrk4_event_slot_head_2024*>(bytes_); }
+
+  private:
+    char bytes_[sizeof(zrk4_event_slot_head_2024)];
+};
+
+} // namespace fuzz
+
+#endif
