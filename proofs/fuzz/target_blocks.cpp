@@ -81,6 +81,7 @@ void run(input& in)
     for (size_t i = 0; i < event.blocks(); ++i) {
         const auto& entry = event.entries()[i];
         const zrk4::sb_view block = zrk4::sb_of(here->bm, entry);
+        expect(block.server().size() <= 256, "a name");
         for (const zrk4::sb_sub& sub : block) read_all_of(sub);
         if (block)
             list(here->bm.get_buffer_address(entry.bnum, entry.shmid), block,

@@ -2,6 +2,7 @@
 // through the check, the handler, the look at the others and the freeing of the slot.
 #include <array>
 #include <cstring>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -45,6 +46,7 @@ class reader : public small_host {
             set_guard(*part, guard::end);
             queues.emplace_back(*part);
         }
+        set_ev_handler([](void* head, zrk4_client_sblock_data* first) { expect(head < first, "a slot"); });
         uint32_t address = 0;
         expect(localhost_address(address), "an address"); // looked up once, and slowly
     }
@@ -250,15 +252,19 @@ void reader::event_handler(void* head, zrk4_client_sblock_data* first)
     } else {
         get_fast_channel_data(static_cast<zrk4_event_slot_head*>(head), first, nullptr, channel.data(), this, nullptr);
     }
+    if ((kind & 2) != 0) free_ev_slot(mostly(*in, EVENT_SLOT));
     if ((kind & 1) != 0) return_buffer_in_pool_ext(ZRK4_EV_NORMAL, mostly(*in, 0), data_id);
+    if ((kind & 0x7C) == 0x7C) throw std::runtime_error("a handler may");
 }
 
 void prepare() { here = new reader; }
 
 void run(input& in)
 {
-    const bool wide = in.flag();
-    if (wide) {
+    constexpr int LEVELS[] = {0, -2000, -3000, 0}; // messages, and the duration of handlers
+    const uint8_t shape = in.byte();
+    ZRK4_DAQ_BM_DEBUG = LEVELS[(shape >> 1) & 3];
+    if ((shape & 1) != 0) {
         read_all<slots_2024>(in);
     } else {
         read_all<slots_2010>(in);
