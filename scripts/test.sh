@@ -69,7 +69,7 @@ second_compiler() {
 # The length that a change is worth; before a release scripts/soak.sh runs for a day.
 soak() { scripts/soak.sh 40; }
 kill_sweep() { scripts/kill-sweep.sh --sample; }
-hostile_data() { scripts/fuzz.sh --runs 40000; }
+hostile_data() { scripts/fuzz.sh --runs 20000; }
 call_faults() { scripts/call-faults.sh --sample; }
 
 # Segments and semaphore sets of the host, one per line.
