@@ -150,6 +150,28 @@ TEST_P(BufferQueue, AppendFindsTheEndWhenTheTailWasNeverSet)
     EXPECT_STREQ(global().name, "QUEUE");
 }
 
+// Killed before "tail = 5"; then all before 5 are taken out, the lagging tail with them.
+TEST_P(BufferQueue, AppendFindsTheEndWhenTheTailThatLagsWasTakenOut)
+{
+    for (int i : {3, 1, 5}) link(i);
+    queue().tail = 1;
+    EXPECT_EQ(queue().remove(bufs()), 3);
+    EXPECT_EQ(queue().remove(bufs()), 1);
+    link(0);
+    EXPECT_EQ(content(), (list{5, 0}));
+    EXPECT_EQ(+bufs()[1].link, -1) << "nothing hangs on what was taken out";
+}
+
+TEST_P(BufferQueue, AppendFindsTheEndWhenTheTailThatLagsWasUnlinked)
+{
+    for (int i : {3, 1, 5}) link(i);
+    queue().tail = 1;
+    queue().remove(bufs(), 1);
+    link(0);
+    EXPECT_EQ(content(), (list{3, 5, 0}));
+    EXPECT_EQ(+bufs()[1].link, -1);
+}
+
 TEST_P(BufferQueue, CycleEndsEveryWalkAfterAsManyStepsAsThereAreBuffers)
 {
     for (int i : {3, 1, 5}) link(i);

@@ -47,6 +47,9 @@ int C_shm_BufferQ::remove(C_shm_buf* bufs)
 {
     const int i = head;
     if (i < 0 || i >= capacity(bufs)) return -1;
+    // A tail that lags behind may be taken out before the others: it is no end to append to any more. Before the head
+    // moves, so that nobody finds it so after a death in between.
+    if (i == tail) tail = -1;
     head = bufs[i].link;
     if (head < 0) tail = -1;
     bufs[i].link = -1;
@@ -65,7 +68,7 @@ void C_shm_BufferQ::remove(C_shm_buf* bufs, int i)
         while (before >= 0 && before < nbuf && bufs[before].link != i && steps++ < nbuf) before = bufs[before].link;
         if (before < 0 || before >= nbuf || bufs[before].link != i) return;
         bufs[before].link = bufs[i].link;
-        if (bufs[before].link < 0) tail = before;
+        if (bufs[before].link < 0 || i == tail) tail = before;
     }
     bufs[i].status &= ~BUF_QUEUED;
     bufs[i].link = -1;
