@@ -529,6 +529,53 @@ TEST_P(Monitor, ReaderAtWorkKeepsItsEvent)
     EXPECT_EQ(slot(n).client_status(0), PROC);
 }
 
+// Let go in between, the table would let the slot become the next event, which would then be freed.
+TEST_P(Monitor, TableIsKeptFromTheDecisionToTheEnd)
+{
+    child reader([] { pause(); });
+    const int n = stale_event();
+    slot(n).add_client(client({.pid = reader.pid()}), NTF);
+    bool let_go = false;
+    const fault watched = fault::preceded(
+        "semop",
+        [&] {
+            const bool decided = slot(n).client_status(0) == DONE && control(n).status() == EVT_C_USED;
+            let_go = let_go || (decided && !event_lock_is_held(0));
+        },
+        1, FOR_EVER);
+    const captured_output quiet;
+    watch();
+    ASSERT_TRUE(becomes_free(n));
+    watching.stop_monitor();
+    EXPECT_FALSE(let_go);
+}
+
+// Told while the monitor has the table already, and at work before it has the slot.
+TEST_P(Monitor, ReaderThatBeginsAtTheLastMomentKeepsItsEvent)
+{
+    child reader([] { pause(); });
+    const int n = stale_event();
+    slot(n).add_client(client({.pid = reader.pid()}), NTF);
+    ASSERT_TRUE(events_part.ctrl(n, true)); // by the reader, which begins
+    bool begun = false;
+    const fault begins = fault::preceded(
+        "semop",
+        [&, calls = 0]() mutable {
+            calls = event_lock_is_held(0) ? calls + 1 : 0;
+            if (begun || calls < 5) return;
+            begun = true;
+            slot(n).put_client_status(0, PROC);
+            EXPECT_TRUE(events_part.ctrl(n, false));
+        },
+        1, FOR_EVER);
+    captured_output captured;
+    watch();
+    EXPECT_EQ(first_said(captured), suspicious(n) + kept(n) + TOOK);
+    EXPECT_TRUE(begun);
+    EXPECT_EQ(control(n).status(), EVT_C_USED);
+    EXPECT_EQ(slot(n).client_status(0), PROC);
+}
+
 TEST_P(Monitor, WriterAtWorkKeepsItsEventForTwentyPeriods)
 {
     child writer([] { pause(); });

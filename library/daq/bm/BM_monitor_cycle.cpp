@@ -114,6 +114,9 @@ template <class Form> class bm_core::monitor {
         say_suspicious(i, now, seen.head);
         const slot_lock control(*bm_.ev_buf, 0, keep_going);
         if (!control) return false;
+        // The slot's lock is tried before the decision: in between a reader could begin its work, or a writer enter the
+        // last block. Got or not, it is decided.
+        const slot_lock lock = slot_lock::try_for_a_while(*bm_.ev_buf, i);
         const event_slot<Form> slot(*bm_.ev_buf, i);
         const bool moved = !slot || !event_table<Form>(*bm_.ev_buf).used(i) || !same_head(slot.head_now(), seen.head);
         if (moved) seen.unchanged = 0;
@@ -162,14 +165,8 @@ template <class Form> class bm_core::monitor {
         return now.timeup - last_update.timeup < bm_.mperiod * 20 / 1'000'000;
     }
 
-    // A client that lives keeps a slot's lock for microseconds, so it is waited for a little. Got or not, the slot goes.
     void free_suspicious(int i, const slot_lock& control)
     {
-        slot_lock lock = slot_lock::try_once(*bm_.ev_buf, i);
-        for (int tries = 0; !lock && tries < 20; ++tries) {
-            usleep(100);
-            lock = slot_lock::try_once(*bm_.ev_buf, i);
-        }
         free_flag = 1;
         // A data partition that was removed costs the block in it, and not the monitor.
         without_exceptions(true, [&] { return free_slot_locked<Form>(bm_, i, control); });

@@ -8,6 +8,7 @@
 #include <utility>
 
 #include <sys/sem.h>
+#include <unistd.h>
 
 #include "C_shm_buffer.h"
 #include "partition_state.h"
@@ -22,6 +23,8 @@ inline bool is_slot(const C_shm_buffer* part, int n) { return part != nullptr &&
 /// A signal repeats the try unless `go_on` says no (monitor).
 class slot_lock {
   public:
+    /// Nothing held.
+    slot_lock() : slot_lock(nullptr, 0) {}
     slot_lock(const C_shm_buffer& part, int slot) : slot_lock(part, slot, [] { return true; }) {}
     template <class GoOn> slot_lock(const C_shm_buffer& part, int slot, GoOn go_on) : part_(&part), slot_(slot)
     {
@@ -69,6 +72,18 @@ class slot_lock {
         if (semop(control_of(part).gbl_semid, &take, 1) != 0) return slot_lock(nullptr, slot);
         tell_taken(&part.get_bufptr()[slot]);
         return slot_lock(&part, slot);
+    }
+
+    /// Tries for some milliseconds. A client that lives keeps a slot's lock for microseconds; one that stands still must
+    /// not hold up whoever has the partition's lock 0 in hand.
+    static slot_lock try_for_a_while(const C_shm_buffer& part, int slot)
+    {
+        slot_lock lock = try_once(part, slot);
+        for (int tries = 0; !lock && tries < 20; ++tries) {
+            usleep(100);
+            lock = try_once(part, slot);
+        }
+        return lock;
     }
 
   private:
