@@ -2,6 +2,7 @@
 #include "BM.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "block_form.h"
 #include "bm_core.h"
@@ -28,7 +29,7 @@ bool BM::ev_update(ZRK4_EVTYPE evtype, int id, int bnum, int slot)
     return without_exceptions(true, [&] {
         return bm_core::in_form(*this, [&](auto form) {
             using Form = decltype(form);
-            return bm_core::enter<Form>(*this, evtype, id, bnum, slot, nullptr) != entered::yes;
+            return bm_core::enter<Form>(*this, evtype, id, bnum, slot, {}, nullptr) != entered::yes;
         });
     });
 }
@@ -109,14 +110,15 @@ template <class Form> bool bm_core::collect(BM& bm, ZRK4_EVTYPE evtype, int id, 
     // another one's: then the search is made again, and after three rounds the slot is taken as it is.
     constexpr int ROUNDS = 3;
     for (int round = 0;; ++round) {
-        const found_event<Form> found = find_slot<Form>(bm, evtype, at);
+        found_event<Form> found = find_slot<Form>(bm, evtype, at);
         if (found.slot < 0) {
             say("ev_update(): failed to find the event slot");
             return true;
         }
         const event_slot<Form> slot(*bm.ev_buf, found.slot);
         write_unlocked(&slot.head().lupdate, time_now());
-        const entered result = enter<Form>(bm, evtype, id, bnum, found.slot, round < ROUNDS ? &found : nullptr);
+        const entered result =
+            enter<Form>(bm, evtype, id, bnum, found.slot, std::move(found.made), round < ROUNDS ? &found : nullptr);
         if (result != entered::slot_moved) return result != entered::yes;
     }
 }
@@ -134,7 +136,8 @@ template <class Form> bool still_this_event(const event_table<Form>& table, cons
 } // namespace
 
 template <class Form>
-entered bm_core::enter(BM& bm, ZRK4_EVTYPE evtype, int id, int bnum, int slot_number, const found_event<Form>* expected)
+entered bm_core::enter(BM& bm, ZRK4_EVTYPE evtype, int id, int bnum, int slot_number, slot_lock lock,
+                       const found_event<Form>* expected)
 {
     if (id < 1 || !is_event_type(evtype) || bnum < 0 || !is_slot(bm.ev_buf, slot_number)) {
         say("ev_update(): invalid parameter(s) evtype: %d id: %d bnum: %d slot: %d", evtype, id, bnum, slot_number);
@@ -151,7 +154,7 @@ entered bm_core::enter(BM& bm, ZRK4_EVTYPE evtype, int id, int bnum, int slot_nu
         say("ev_update(): Failed to find address for event slot: %d", slot_number);
         return entered::refused;
     }
-    slot_lock lock(events, slot_number);
+    if (!lock) lock = slot_lock(events, slot_number);
     if (expected != nullptr && !still_this_event(event_table<Form>(events), *expected)) return entered::slot_moved;
     slot.refresh();
     if (!enter_locked<Form>(bm, block, slot, slot_number)) return entered::refused;

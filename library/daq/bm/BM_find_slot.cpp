@@ -39,10 +39,11 @@ template <class Form> found_event<Form> bm_core::find_slot(BM& bm, ZRK4_EVTYPE e
         say("BM::find_ev_slot() invalid smode: %d", bm.smode);
         return {};
     }
-    int slot = matching_slot<Form>(bm, table, evtype, key, id);
-    if (slot < 0) slot = take_event_slot<Form>(bm, table, evtype, key, id, block);
-    if (slot < 0) return {};
-    const found_event<Form> found{slot, table.of(slot)};
+    found_event<Form> found;
+    found.slot = matching_slot<Form>(bm, table, evtype, key, id);
+    if (found.slot < 0) found.slot = take_event_slot<Form>(bm, table, evtype, key, id, block, found.made);
+    if (found.slot < 0) return {};
+    found.entry = table.of(found.slot);
     control.unlock();
     return found;
 }
@@ -82,13 +83,16 @@ int bm_core::free_event_slot(C_shm_buffer& events, int usable)
     return -1;
 }
 
+// Made under the slot's lock: somebody who is late with the event that was in this slot may have it, and what he writes
+// for that one would be taken for this one's, or cleared with the old.
 template <class Form>
 int bm_core::take_event_slot(BM& bm, const event_table<Form>& table, ZRK4_EVTYPE evtype, time_stamp key, int64_t id,
-                             char* block)
+                             char* block, slot_lock& made)
 {
     C_shm_buffer& events = *bm.ev_buf;
     const int slot = free_event_slot(events, table.slots());
     if (slot < 0) return -1;
+    made = slot_lock::try_for_a_while(events, slot);
     typename Form::entry& entry = table.of(slot);
     entry.key = key;
     entry.evtype = evtype;

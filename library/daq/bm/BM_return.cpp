@@ -28,7 +28,12 @@ template <class Form> bool bm_core::free_slot(BM& bm, int slot_number, const slo
     }
     slot_lock control(*bm.ev_buf, 0);
     // Two clients that finish together both come here; by then the slot may hold the next event already.
-    if (meant != nullptr && !(event_slot<Form>(*bm.ev_buf, slot_number).identity() == *meant)) return false;
+    const event_slot<Form> slot(*bm.ev_buf, slot_number);
+    if (meant != nullptr && !(slot.identity() == *meant)) return false;
+    // Where a block is still missing, somebody who comes late with it may be at its entry, under the slot's lock.
+    slot_lock lock;
+    if (meant != nullptr && word_unlocked(&slot.head().sbfilled) < word_unlocked(&slot.head().nsblocks))
+        lock = slot_lock::try_for_a_while(*bm.ev_buf, slot_number);
     const bool failed = free_slot_locked<Form>(bm, slot_number, control);
     control.unlock();
     return failed;

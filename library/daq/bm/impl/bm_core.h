@@ -76,6 +76,7 @@ template <class Function> Function reader_of(const std::map<int, Function>& read
 template <class Form> struct found_event {
     int slot = -1;
     typename Form::entry entry{}; ///< its control entry, copied under the event partition's lock 0
+    slot_lock made;               ///< of an event that the search made: the slot's lock, kept for its first entry
 };
 
 /// A server block on its way into a slot.
@@ -147,7 +148,7 @@ struct bm_core {
     static int free_event_slot(C_shm_buffer& events, int usable);
     template <class Form>
     static int take_event_slot(BM& bm, const event_table<Form>& table, ZRK4_EVTYPE evtype, time_stamp key, int64_t id,
-                               char* block);
+                               char* block, slot_lock& made);
 
     // BM_init_slot.cpp: a new event
     template <class Form> class event_filler;
@@ -157,7 +158,7 @@ struct bm_core {
     // BM_collect.cpp: a block into its event
     template <class Form> static bool collect(BM& bm, ZRK4_EVTYPE evtype, int id, int bnum);
     template <class Form>
-    static entered enter(BM& bm, ZRK4_EVTYPE evtype, int id, int bnum, int slot_number,
+    static entered enter(BM& bm, ZRK4_EVTYPE evtype, int id, int bnum, int slot_number, slot_lock lock,
                          const found_event<Form>* expected);
     template <class Form> static bool enter_locked(BM& bm, const new_block& block, event_slot<Form>& slot, int number);
     static void refuse_duplicate(BM& bm, const new_block& block, zrk4_client_sblock_data& entry);
