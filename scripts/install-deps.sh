@@ -9,7 +9,7 @@ set -euo pipefail
 readonly BUILD=(g++:g++ cmake:cmake ninja:ninja-build)
 readonly TEST=("${BUILD[@]}" clang++:clang clang-format-14:clang-format-14 clang-tidy:clang-tidy
     shellcheck:shellcheck git:git cmp:diffutils ipcs:util-linux unshare:util-linux setarch:util-linux nm:binutils
-    strace:strace /usr/include/gtest/gtest.h:libgtest-dev)
+    strace:strace spin:spin gcc:gcc /usr/include/gtest/gtest.h:libgtest-dev)
 readonly BENCH=("${BUILD[@]}" strace:strace)
 readonly FUZZ=("${BUILD[@]}" clang++:clang libclang_rt.fuzzer-x86_64.a:libclang-rt-dev)
 

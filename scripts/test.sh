@@ -17,7 +17,7 @@ TEXT
 }
 
 presets=(release asan-ubsan tsan)
-checks=(layout mistakes second_compiler soak kill_sweep call_faults hostile_data)
+checks=(layout mistakes second_compiler soak kill_sweep call_faults hostile_data model)
 while (($# > 0)); do
     case $1 in
         --quick)
@@ -71,6 +71,9 @@ soak() { scripts/soak.sh 40; }
 kill_sweep() { scripts/kill-sweep.sh --sample; }
 hostile_data() { scripts/fuzz.sh --runs 20000; }
 call_faults() { scripts/call-faults.sh --sample; }
+
+# The searches that take a minute together; scripts/model.sh makes all of them.
+model() { scripts/model.sh --sample; }
 
 # Segments and semaphore sets of the host, one per line.
 ipc_objects() {
