@@ -44,7 +44,7 @@ readonly megabytes_allowed=1900
 # Builds and runs one search; its place in the record is the file "line" in its own folder.
 search() {
     local name=$1 model=$2 size=$3 expected=$4 place=$folder/$1 began=$SECONDS
-    local -a switches compiler=(-O2 -DCOLLAPSE)
+    local -a switches compiler=(-O2)
     read -ra switches <<<"$5"
     # Most searches end before the compiler would.
     if [[ $size == sample ]]; then compiler=(-O0); fi

@@ -46,6 +46,7 @@ inline return_slot(s)
     fi;
     slot_free[s] = true;
     event_in[s] = 0;
+    key[s] = 0;             /* nobody reads it before the next event */
     printf("%d: slot %d goes back\n", me, s)
 }
 

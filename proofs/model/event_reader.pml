@@ -39,7 +39,7 @@ end:
                 if
                 :: go_on && stands != NTF ->
                     if
-                    :: STATUS(s, me - 1) == WAIT && key[s] != k -> LOSS("loss: event marked done unseen\n")
+                    :: STATUS(s, me - 1) == WAIT && used[s] && key[s] != k -> LOSS("loss: event marked done unseen\n")
                     :: else
                     fi;
                     UNDER_LOCK(s);

@@ -252,14 +252,11 @@ proctype Checker(byte me)
 #if DEATH
 proctype Death()
 {
-    if
-    :: d_step {
-            killed = true; dead = DEATH;
-            if :: gate == DEATH -> gate = NOBODY :: else fi;
-            printf("%d: is killed\n", DEATH)
-        }
-    :: skip
-    fi
+    d_step {
+        killed = true; dead = DEATH;
+        if :: gate == DEATH -> gate = NOBODY :: else fi;
+        printf("%d: is killed\n", DEATH)
+    }
 }
 #endif
 
