@@ -1,6 +1,7 @@
 // The monitor thread: its start and end, what it says, and what it takes back.
 #include <algorithm>
 #include <cerrno>
+#include <climits>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -99,6 +100,30 @@ TEST_F(MonitorThread, StopsAtOnceHoweverLongItSleeps)
     const auto before = std::chrono::steady_clock::now();
     EXPECT_FALSE(bm.stop_monitor());
     EXPECT_LT(std::chrono::steady_clock::now() - before, std::chrono::seconds(5));
+}
+
+// No setter looks at its value: none at all spins, a negative one sleeps for more than an hour.
+TEST_F(MonitorThread, StartsAndStopsWithAnyPeriod)
+{
+    for (const int period : {0, -1, INT_MIN, INT_MAX}) {
+        bm.set_monitoring_period(period);
+        ASSERT_FALSE(bm.start_monitor()) << period;
+        EXPECT_TRUE(threads_more(1)) << period;
+        EXPECT_FALSE(bm.stop_monitor()) << period;
+        expect_stopped();
+    }
+}
+
+// Nobody asks whether one runs. The first one is out of reach then, and ends with the second.
+TEST_F(MonitorThread, SecondStartRunsASecondThreadAndTheStopEndsBoth)
+{
+    ASSERT_FALSE(bm.start_monitor());
+    const pthread_t first = bm.pid;
+    ASSERT_FALSE(bm.start_monitor());
+    EXPECT_TRUE(threads_more(2));
+    EXPECT_FALSE(bm.stop_monitor());
+    EXPECT_EQ(pthread_join(first, nullptr), 0);
+    expect_stopped();
 }
 
 TEST_F(MonitorThread, StopOfOneThatNeverRanTouchesNoFlag)

@@ -1,6 +1,9 @@
 // Threads of one process on one object: writers of the same events beside the process's own reader.
 #include <atomic>
+#include <csignal>
 #include <thread>
+
+#include <sys/time.h>
 
 #include "event_host.h"
 #include "eventually.h"
@@ -65,6 +68,46 @@ TEST_P(BmThreads, FillTheSameEventsBesideTheirReader)
     EXPECT_EQ(complete, EVENTS);
     EXPECT_EQ(incomplete, 0);
     for (const int id : ids) EXPECT_EQ(free_buffers(id), EVENTS);
+}
+
+/// A signal every 200 us to whichever thread takes it; its handler interrupts what that thread waits in.
+class signal_storm {
+  public:
+    signal_storm()
+    {
+        struct sigaction action {};
+        action.sa_handler = [](int) {};
+        sigaction(SIGALRM, &action, nullptr);
+        start({0, 200});
+    }
+    ~signal_storm() { start({0, 0}); }
+    signal_storm(const signal_storm&) = delete;
+    signal_storm& operator=(const signal_storm&) = delete;
+
+  private:
+    static void start(timeval every)
+    {
+        const itimerval timer{every, every};
+        setitimer(ITIMER_REAL, &timer, nullptr);
+    }
+};
+
+TEST_P(BmThreads, GoOnUnderAStormOfSignals)
+{
+    bm.set_ev_handler([](void*, zrk4_client_sblock_data*) { ++complete; });
+    writer({"A"});
+    zrk4_client every{};
+    ASSERT_GT(bm.subscribe(TYPE, CLI_T_READER, &every, nullptr), 0);
+    const int id = bm.add("T_A", EVENTS, BLOCK_LENGTH);
+    const std::string text = said([&] {
+        const signal_storm storm;
+        write("A", id, EVENTS);
+        EXPECT_TRUE(eventually([] { return complete == EVENTS; }));
+        EXPECT_GT(bm.unsubscribe(TYPE, CLI_T_READER), 0);
+    });
+    EXPECT_EQ(text, "");
+    EXPECT_EQ(free_slots(), EVENTS + 4);
+    EXPECT_EQ(free_buffers(id), EVENTS);
 }
 
 // Each thread ends its own events: they meet in the free queue, in the table, and in the writer's client slot.

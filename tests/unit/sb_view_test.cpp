@@ -34,14 +34,13 @@ class SbView : public ::testing::TestWithParam<sb_form> {
         bytes_.shrink_to_fit(); // a sanitizer sees the first byte behind it
     }
     char* at() { return bytes_.data() + 1; }
-    int32_t& nchan() { return *reinterpret_cast<int32_t*>(at() + (GetParam() == sb_form::of_2024 ? 296 : 280)); }
     void set_total(int64_t bytes) { std::memcpy(at() + 8, &bytes, GetParam() == sb_form::of_2024 ? 8 : 4); }
     void set_length(int sub, int32_t bytes)
     {
         const size_t head = size_ - 3 * (SUBHEAD + 8);
         std::memcpy(at() + head + static_cast<size_t>(sub) * (SUBHEAD + 8) + 264, &bytes, 4);
     }
-    void set_count(int32_t count) { std::memcpy(&nchan(), &count, 4); }
+    void set_count(int32_t count) { std::memcpy(at() + (GetParam() == sb_form::of_2024 ? 296 : 280), &count, 4); }
     std::string names(size_t room)
     {
         std::string all;

@@ -63,5 +63,6 @@ void* monitor_thread(BM* bm)
 {
     block_program_signals();
     bm->monitor_exec();
+    change_abort(SIG_BLOCK); // the stop's signal may come to one that ends by itself: not while it is taken apart
     return nullptr;
 }

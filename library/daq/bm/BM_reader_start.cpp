@@ -172,6 +172,7 @@ void* reader_thread(void* bm)
     block_program_signals();
     change_abort(SIG_UNBLOCK);
     static_cast<BM*>(bm)->reader_exec();
+    change_abort(SIG_BLOCK); // as the monitor's thread: no signal while it is taken apart
     return nullptr;
 }
 
