@@ -64,13 +64,14 @@ search() {
     rm -f "$place"/pan "$place"/pan.?
 }
 
-# The trail of a search, if it left one: a line per step, processes by number.
+# The trail of a search, if it left one: a line per step, processes by number. What follows the steps is read too: a
+# pipe closed early would end spin by a signal, and with it the search.
 in_words() {
     local place=$1 model=$2
     shift 2
     [[ -e $place/$model.pml.trail ]] || return 0
     spin -k "$place/$model.pml.trail" "$@" "$sources/$model.pml" 2>/dev/null |
-        sed -n 's/^ *//; /^#processes/q; /^spin: /d; s/^\([0-9]\): /process \1 /; /./p'
+        sed 's/^ *//; /^#processes/,$d; /^spin: /d; /^$/d; s/^\([0-9]\): /process \1 /'
 }
 
 # As many searches at once as there are processors; each may take the memory allowed.
@@ -79,7 +80,7 @@ search_all() {
     while IFS=$'\t' read -r name model in_sample expected switches; do
         [[ $name == \#* || ! $in_sample =~ $part ]] && continue
         if ((running == $(nproc))); then
-            wait -n
+            wait -n || true # what it found, or that it found nothing, is read from its report
             running=$((running - 1))
         fi
         search "$name" "$model" "$in_sample" "$expected" "$switches" &
@@ -111,7 +112,9 @@ else
 fi
 {
     printf '# name\tmodel\tswitches\texpected\toutcome\tstates\tdepth\tseconds\n'
-    for name in "${names[@]}"; do cat "$folder/$name/line"; done
+    for name in "${names[@]}"; do
+        cat "$folder/$name/line" || printf '%s\t\t\t\tno report\t0\t0\t0\n' "$name"
+    done
 } >"$record"
 status=0
 verdict=$(awk -f "$sources/summary.awk" "$record") || status=$?

@@ -39,6 +39,7 @@ done
 passed=0
 failed=0
 failures=()
+words= # of the tests that failed
 
 # One check that is not a test of the suite: a name, and the command that must succeed.
 check() {
@@ -97,6 +98,15 @@ build_suite() {
 # An attribute of the suite's one line in ctest's report.
 reported() { sed -n "s/.*[[:space:]]$2=\"\([0-9]*\)\".*/\1/p; /<testcase/q" "$1" | head -n 1; }
 
+# The names of the failed tests; what they said stands at the end as well, where a reader of a long log looks first.
+failed_tests() { sed -n 's/^.*<testcase name="\([^"]*\)".* status="fail".*$/\1/p' "$1"; }
+
+# What the failed tests of a suite printed, out of ctest's own log.
+words_of_failed() {
+    awk '/^[0-9]+\/[0-9]+ Testing: / { block = "" } { block = block "\n" $0 } /^Test Failed\.$/ { print block }' \
+        "build/$1/Testing/Temporary/LastTest.log" | tail -n 200
+}
+
 # What the suite of a preset reported joins the count. A test that did not run proves nothing: it counts as failed.
 count_suite() {
     local preset=$1 report=$2 tests failures_here not_run
@@ -109,7 +119,10 @@ count_suite() {
     not_run=$(($(reported "$report" skipped) + $(reported "$report" disabled)))
     passed=$((passed + tests - failures_here - not_run))
     failed=$((failed + failures_here + not_run))
-    if ((failures_here > 0)); then failures+=("$preset: $failures_here tests"); fi
+    if ((failures_here > 0)); then
+        mapfile -t -O "${#failures[@]}" failures < <(failed_tests "$report" | sed "s/^/$preset: /")
+        words+=$(words_of_failed "$preset")
+    fi
     if ((not_run > 0)); then failures+=("$preset: $not_run tests did not run"); fi
 }
 
@@ -136,7 +149,7 @@ for preset in "${presets[@]}"; do run_suite "$preset"; done
 for name in "${checks[@]}"; do check "${name//_/ }" "$name"; done
 check "nothing left behind on the host" nothing_left_behind
 
-printf '\n'
+printf '%s\n\n' "$words"
 for name in "${failures[@]}"; do printf 'failed: %s\n' "$name"; done
 printf '%d passed, %d failed\n' "$passed" "$failed"
 ((failed == 0))
