@@ -4,12 +4,14 @@
 #include <csignal>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <system_error>
 
 #include <poll.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -118,6 +120,19 @@ pid_t member::other_thread() const
         if (thread != pid_) return thread;
     }
     return 0;
+}
+
+void member::stop_at_rest()
+{
+    const std::string call = "/proc/" + std::to_string(pid_) + "/task/" + std::to_string(other_thread()) + "/syscall";
+    for (int waited = 0;; ++waited) {
+        long number = -1;
+        std::ifstream(call) >> number;
+        if (number == SYS_recvfrom) break;
+        if (waited == PATIENCE_MS) fail("does not come to rest");
+        usleep(1000);
+    }
+    kill(pid_, SIGSTOP);
 }
 
 void member::tell(order what, int a, bool marked)

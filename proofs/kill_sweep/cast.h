@@ -33,6 +33,9 @@ class member {
     int number() const { return number_; }
     /// The thread that is not the main one, 0 when there is none.
     pid_t other_thread() const;
+    /// Stops the process where its reader thread waits for a datagram. Stopped a moment earlier it could have a lock in
+    /// hand, for which everybody would wait.
+    void stop_at_rest();
 
     /// Without waiting for the answer.
     void tell(order what, int a = 0, bool marked = false);

@@ -1,7 +1,6 @@
 #include "roles.h"
 
 #include <algorithm>
-#include <csignal>
 
 #include <sys/syscall.h>
 
@@ -262,7 +261,7 @@ role monitor(const char* name, const span& counted)
     r.begin = [](stage& s, member&) {
         // One event that its reader never takes, one that lacks a block; both processes are dead.
         member& deaf = s.reader(0);
-        kill(deaf.pid(), SIGSTOP);
+        deaf.stop_at_rest();
         const int told = s.new_open_event();
         for (const int w : {0, 1}) s.send_from(w, told);
         deaf.kill_now();
