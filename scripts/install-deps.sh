@@ -6,7 +6,9 @@
 set -euo pipefail
 
 # What must be there, and the package that brings it: a command, or a file by its path.
-readonly BUILD=(g++:g++ cmake:cmake ninja:ninja-build)
+readonly BUILD=(g++:g++ cmake:cmake ninja:ninja-build /usr/include/CLI/CLI.hpp:libcli11-dev
+    /usr/include/fmt/format.h:libfmt-dev /usr/include/nlohmann/json.hpp:nlohmann-json3-dev
+    /usr/include/ncurses.h:libncurses-dev scdoc:scdoc)
 readonly TEST=("${BUILD[@]}" clang++:clang clang-format-14:clang-format-14 clang-tidy:clang-tidy
     shellcheck:shellcheck git:git cmp:diffutils ipcs:util-linux unshare:util-linux setarch:util-linux nm:binutils
     strace:strace spin:spin gcc:gcc /usr/include/gtest/gtest.h:libgtest-dev)

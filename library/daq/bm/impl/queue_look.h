@@ -26,6 +26,7 @@ class queue_look {
     queue_look(C_shm_global& control, int nbuf);
 
     int free_length() const { return static_cast<int>(free_.reached.size()); }
+    int full_length() const { return static_cast<int>(full_.reached.size()); }
     bool in_a_queue(int i) const { return seen_[static_cast<size_t>(i)] != IN_NONE; }
     std::vector<queue_flaw> flaws() const;
     /// Keeps the sound part of each queue, flags what is in it, and appends what is flagged and was not reached.

@@ -1,0 +1,15 @@
+/// @file
+/// All commands, each in a file of its own name.
+#ifndef ZRK4_TOOL_COMMANDS_H
+#define ZRK4_TOOL_COMMANDS_H
+
+#include "cli/command_line.h"
+
+namespace bm {
+
+void add_ls(command_line& line);
+void add_version(command_line& line);
+
+} // namespace bm
+
+#endif

@@ -1,0 +1,9 @@
+// bm: what an operator asks of the exchange on this host.
+#include "commands/commands.h"
+
+int main(int argc, char** argv)
+{
+    bm::command_line line;
+    for (const auto add : {bm::add_ls, bm::add_version}) add(line);
+    return static_cast<int>(line.run(argc, argv));
+}
