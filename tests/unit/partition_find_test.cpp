@@ -1,5 +1,6 @@
 // The search for an existing partition, by name and by id.
 #include <cerrno>
+#include <cstring>
 #include <string>
 
 #include <gtest/gtest.h>
@@ -143,16 +144,19 @@ TEST_F(PartitionFind, SegmentThatVanishesMeanwhileIsSkippedWithoutAWord)
     EXPECT_EQ(captured.out() + captured.err(), "");
 }
 
-TEST_F(PartitionFind, SegmentRemovedWhileItIsAttachedIsSkippedWithoutAWord)
+TEST_F(PartitionFind, SegmentThatIsThereAndCannotBeAttachedEndsTheSearchWhateverTheReason)
 {
     ASSERT_GE(shmget(32, 300, IPC_CREAT | 0666), 0);
     make_elsewhere("T_BEHIND");
-    captured_output captured;
-    const fault race = fault::fails("shmat", EIDRM);
-    C_shm part;
-    EXPECT_FALSE(part.find("T_BEHIND")) << "false is success";
-    EXPECT_EQ(race.fired(), 1);
-    EXPECT_EQ(captured.out() + captured.err(), "");
+    for (const int reason : {EINVAL, EIDRM}) {
+        captured_output captured;
+        const fault refused = fault::fails("shmat", reason);
+        C_shm part;
+        EXPECT_TRUE(part.find("T_BEHIND")) << "true is failure";
+        EXPECT_EQ(refused.fired(), 1);
+        EXPECT_EQ(captured.err(), "C_shm_find - shmget: " + std::string(strerror(reason)) + "\n");
+        EXPECT_EQ(captured.out(), "SYSERROR: " + std::to_string(reason) + "\n");
+    }
 }
 
 TEST_F(PartitionFind, ByIdAttachesAnySegmentWithoutALook)

@@ -52,9 +52,10 @@ bool C_shm::find_at_key(int key, const char* name, bool& search_ends)
         return false;
     }
     if (at == NOT_MAPPED) {
+        const int error = errno;
         // Removed since the look at its key: then there is no partition here, which was true all along.
-        if (errno == EINVAL || errno == EIDRM) return false;
-        say_attach_failed(errno);
+        if ((error == EINVAL || error == EIDRM) && shmget(key, sizeof(C_shm_global), 0) != id) return false;
+        say_attach_failed(error);
         search_ends = true;
         return false;
     }
