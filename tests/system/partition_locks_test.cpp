@@ -3,6 +3,7 @@
 #include <csignal>
 #include <ostream>
 #include <string>
+#include <thread>
 
 #include <gtest/gtest.h>
 #include <sys/sem.h>
@@ -97,6 +98,18 @@ TEST_P(LockBetweenProcesses, TakeWaitsForTheHolderAndCountsIt)
     EXPECT_EQ(waiter.wait(), 0);
     EXPECT_EQ(*counted, 1);
     EXPECT_EQ(value(), 1);
+}
+
+TEST_P(LockBetweenProcesses, WaitIsCountedWhileItLasts)
+{
+    holder other(part);
+    std::thread waiter([&] { take(part); });
+    EXPECT_TRUE(somebody_waits());
+    EXPECT_EQ(part.getLockCount(), 1);
+    other.let_go();
+    waiter.join();
+    EXPECT_EQ(part.getLockCount(), 1);
+    EXPECT_TRUE(change(part, false));
 }
 
 TEST_P(LockBetweenProcesses, HolderThatIsKilledGivesItBack)

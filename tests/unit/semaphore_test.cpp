@@ -65,6 +65,16 @@ TEST_F(Semaphore, SetThatVanishesWhileItIsTriedAgainIsAFailedWait)
     EXPECT_EQ(busy, 1);
 }
 
+TEST_F(Semaphore, SignalWhileItIsTriedAgainEndsTheWait)
+{
+    const long before = calls_of("semop");
+    const fault signal = fault::fails("semop", EINTR, 2);
+    EXPECT_EQ(change_with_undo(semid, 1, -1, busy), sem_outcome::interrupted);
+    EXPECT_EQ(signal.fired(), 1);
+    EXPECT_EQ(calls_of("semop") - before, 2);
+    EXPECT_EQ(busy, 1);
+}
+
 TEST_F(Semaphore, WithoutUndoTheErrorIsTheResult)
 {
     EXPECT_EQ(change_without_undo(semid, 1, 1, 0), 0);

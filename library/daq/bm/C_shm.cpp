@@ -101,7 +101,7 @@ C_shm::C_shm(C_shm& other) : attached(other.attached)
     }
     on_chain place(*this);
     place.stay();
-    mLockCount = other.mLockCount;
+    mLockCount = other.getLockCount();
 }
 
 C_shm::~C_shm()

@@ -120,9 +120,9 @@ class BM_API C_shm {
     void keep(bool on);
     /// @return whether one of the mode bits in `mask` is set; false for a detached handle.
     bool testFlag(int mask) const;
-    /// How often this handle found the gate or a buffer's lock busy.
-    int getLockCount() const { return mLockCount; }
-    void clrLockCount() { mLockCount = 0; }
+    /// How often this handle found the gate or a buffer's lock busy, a wait that still lasts included.
+    int getLockCount() const { return __atomic_load_n(&mLockCount, __ATOMIC_RELAXED); }
+    void clrLockCount() { __atomic_store_n(&mLockCount, 0, __ATOMIC_RELAXED); }
     /// Forgets the chain: the process's searches no longer see any handle that exists now.
     void flush();
 

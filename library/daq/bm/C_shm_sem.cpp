@@ -1,5 +1,4 @@
 // Locks and modes of a partition.
-#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <stdexcept>
@@ -22,12 +21,6 @@ namespace {
     throw SysError();
 }
 
-// One handle is shared by threads; the count of busy locks is the only thing in it that locking writes.
-void count_busy(int32_t& counter, int32_t busy)
-{
-    if (busy != 0) std::atomic_ref<int32_t>(counter).fetch_add(busy, std::memory_order_relaxed);
-}
-
 // A hold that its give was refused for would stop this process at its own next turn, and all others until it ends. The
 // refusal is reported as it is.
 void drop_hold(int semid, unsigned short number)
@@ -45,9 +38,7 @@ bool C_shm::gate(bool lock) const
     if (!attached) throw std::logic_error("Partition not attached");
     const C_shm_global* g = global();
     if (!lock) tell_giving(pointer);
-    int32_t busy = 0;
-    const sem_outcome outcome = change_with_undo(g->gbl_semid, gbl_gate, lock ? -1 : 1, busy);
-    count_busy(mLockCount, busy);
+    const sem_outcome outcome = change_with_undo(g->gbl_semid, gbl_gate, lock ? -1 : 1, mLockCount);
     if (outcome == sem_outcome::done) {
         if (lock) tell_taken(pointer);
         return true;
@@ -87,15 +78,14 @@ bool C_shm::ctrl(int slot, bool lock) const
     const int semid = global()->gbl_semid;
     const int number = gbl_nsems + slot;
     if (!lock) tell_giving(&bufptr[slot]);
-    int32_t busy = 0;
-    const sem_outcome outcome = change_with_undo(semid, static_cast<unsigned short>(number), lock ? -1 : 1, busy);
-    count_busy(mLockCount, busy);
+    const auto semaphore = static_cast<unsigned short>(number);
+    const sem_outcome outcome = change_with_undo(semid, semaphore, lock ? -1 : 1, mLockCount);
     if (outcome == sem_outcome::done) {
         if (lock) tell_taken(&bufptr[slot]);
         return true;
     }
     if (outcome == sem_outcome::interrupted) return false;
-    if (!lock) drop_hold(semid, static_cast<unsigned short>(number));
+    if (!lock) drop_hold(semid, semaphore);
     const int error = errno;
     text_later::write_now();
     std::printf("throw C_shm::ctrl UP sem: %d   errno: %d  semid: %d\n", number, error, semid);

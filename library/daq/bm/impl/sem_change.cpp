@@ -1,5 +1,6 @@
 #include "sem_change.h"
 
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 
@@ -20,7 +21,7 @@ bool changed(int semid, unsigned short number, short by, int flags)
 
 // A holder keeps a lock for microseconds; going to sleep for it and being woken costs ten times as much. Yielding, not
 // spinning: with more processes than processors the holder may be the one that waits for this processor. A yield can
-// last a time slice, hence the limit in time as well.
+// last a time slice, hence the limit in time as well. EAGAIN when it is busy still; any other reason is the answer.
 bool changed_after_yields(int semid, unsigned short number, short by)
 {
     const auto until = std::chrono::steady_clock::now() + YIELD_TIME;
@@ -39,9 +40,10 @@ sem_outcome change_with_undo(int semid, unsigned short number, short by, int32_t
     if (changed(semid, number, by, SEM_UNDO | IPC_NOWAIT)) return sem_outcome::done;
     if (errno == EINTR) return sem_outcome::interrupted;
     if (errno != EAGAIN) return sem_outcome::failed_at_once;
-    const bool got_it = changed_after_yields(semid, number, by);
-    ++busy;
-    if (got_it || changed(semid, number, by, SEM_UNDO)) return sem_outcome::done;
+    // Threads share the counter, and who looks at it while this one waits sees it counted.
+    std::atomic_ref<int32_t>(busy).fetch_add(1, std::memory_order_relaxed);
+    if (changed_after_yields(semid, number, by)) return sem_outcome::done;
+    if (errno == EAGAIN && changed(semid, number, by, SEM_UNDO)) return sem_outcome::done;
     return errno == EINTR ? sem_outcome::interrupted : sem_outcome::failed_waiting;
 }
 

@@ -16,7 +16,8 @@ enum class sem_outcome {
 };
 
 /// Adds `by` to semaphore `number`, undone at the process's death: a try without waiting, then bounded further tries
-/// with a yield between them, then the blocking wait. `busy` is counted up once when the first try finds it busy.
+/// with a yield between them, then the blocking wait. `busy` is counted up once, before it waits, when the first try
+/// finds it busy.
 sem_outcome change_with_undo(int semid, unsigned short number, short by, int32_t& busy);
 
 /// Adds `by` without undo. @return 0, or the errno.
