@@ -490,6 +490,25 @@ TEST(RunBlockMerge, OfThousandsOfRecordsInAnyOrderUpdatesEachOnce)
     EXPECT_EQ(merged(copy_env_entries_2010, env_block(copy), env_block(fresh)), env_block(expected).bytes());
 }
 
+TEST(RunBlockMerge, FindsTheFirstOfItsKeyInWhateverOrderRecordsArrive)
+{
+    // Twice the same, in order, backwards, and unknown ones in between: each goes to the first that the copy holds.
+    const sub_block copy = env_block(env_record(1, 0.F) + env_record(2, 0.F) + env_record(2, 0.F) + env_record(3, 0.F));
+    const auto expected = [](float one, float two, float three) {
+        return env_block(env_record(1, one) + env_record(2, two) + env_record(2, 0.F) + env_record(3, three)).bytes();
+    };
+    const auto arrive = [&](const std::string& records) {
+        return merged(copy_env_entries_2010, copy, env_block(records));
+    };
+    EXPECT_EQ(arrive(env_record(1, 5.F) + env_record(2, 6.F) + env_record(2, 7.F) + env_record(3, 8.F)),
+              expected(5.F, 7.F, 8.F));
+    EXPECT_EQ(arrive(env_record(3, 8.F) + env_record(2, 7.F) + env_record(1, 5.F)), expected(5.F, 7.F, 8.F));
+    EXPECT_EQ(arrive(env_record(2, 6.F) + env_record(9, 1.F) + env_record(3, 8.F) + env_record(3, 9.F)),
+              expected(0.F, 6.F, 9.F));
+    EXPECT_EQ(arrive(env_record(3, 8.F) + env_record(4, 1.F) + env_record(0, 1.F) + env_record(3, 9.F)),
+              expected(0.F, 0.F, 9.F));
+}
+
 TEST(RunBlockMerge, NullOrAnotherKindIsRefused)
 {
     placed_bytes env(TWO_VALUES.bytes(), 0);

@@ -27,12 +27,17 @@ template <class Record> class sorted_records {
             std::sort(places_.begin(), places_.end(), before);
         }
     }
-    /// The record that look-ups find: the first one with this key.
-    Record* find(const key& wanted) const
+    /// The record that look-ups find: the first one with this key. Records mostly arrive in the order of those held: the
+    /// one behind the last that was found is tried before a search.
+    Record* find(const key& wanted)
     {
-        const place first{wanted, nullptr};
-        const auto at = std::lower_bound(places_.begin(), places_.end(), first, before);
-        return at == places_.end() || at->name != wanted ? nullptr : at->record;
+        if (!is_first_with(wanted, next_)) {
+            const place first{wanted, nullptr};
+            const auto at = std::lower_bound(places_.begin(), places_.end(), first, before);
+            if (at == places_.end() || at->name != wanted) return nullptr;
+            next_ = static_cast<size_t>(at - places_.begin());
+        }
+        return places_[next_++].record;
     }
 
   private:
@@ -44,14 +49,20 @@ template <class Record> class sorted_records {
     {
         return a.name != b.name ? a.name < b.name : a.record < b.record;
     }
+    bool is_first_with(const key& wanted, size_t i) const
+    {
+        return i < places_.size() && places_[i].name == wanted && (i == 0 || places_[i - 1].name != wanted);
+    }
+
     std::vector<place> places_;
+    size_t next_ = 0; // behind the one found last
 };
 
 template <class Record> bool copy_entries(char* copy, char* fresh)
 {
     if (!has_records<Record>(copy) || !has_records<Record>(fresh)) return true;
     try {
-        const sorted_records<Record> held(records_of<Record>(copy));
+        sorted_records<Record> held(records_of<Record>(copy));
         for (const Record& r : records_of<Record>(fresh)) {
             if (Record* old = held.find(key_of(r))) *old = r;
         }

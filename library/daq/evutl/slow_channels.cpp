@@ -33,7 +33,7 @@ bool find_upd_channel_2010(char* upd, const char* channel, zrk4_upd_data_block_2
 {
     using record_t = zrk4_upd_data_block_2010;
     if (names_nothing(channel)) return true;
-    const name_query name(channel);
+    name_query name(channel);
     return answer(first_of<record_t>(upd, [&](const record_t& r) { return name.matches(r.upd_prop); }), record);
 }
 
@@ -42,7 +42,7 @@ bool find_slow_channel_2010(char* env, char* dict, const char* channel, zrk4_env
     using entry_t = zrk4_dict_data_block_2010;
     using record_t = zrk4_env_data_block_2010;
     if (names_nothing(channel)) return true;
-    const name_query name(channel);
+    name_query name(channel);
     const auto* entry = first_of<entry_t>(dict, [&](const entry_t& e) { return name.matches(e.dict_ch_name); });
     if (entry == nullptr) return true;
     const int32_t index = entry->dict_ch_idx;
