@@ -87,7 +87,9 @@ struct found_block {
 };
 
 /// Empty when the block cannot be had or its buffer is too short for a head.
-template <class Reading> found_block find_block(BM* bm, const zrk4_client_sblock_data& entry)
+// Always inlined: of the head, only what the caller looks at is then read.
+template <class Reading>
+__attribute__((always_inline)) inline found_block find_block(BM* bm, const zrk4_client_sblock_data& entry)
 {
     const block_place place = place_of(bm, entry);
     if (place.room < static_cast<int64_t>(sizeof(block_2010::head))) return {};
