@@ -131,6 +131,17 @@ TEST_P(EarlyReturn, BlockThatHasNoAddress)
     }
 }
 
+TEST_P(EarlyReturn, ControlRecordsAreNotReturned)
+{
+    for (const int id : {shmid_of(events_part), shmid_of(clients_part)}) {
+        const std::string events = events_part.getStat("freebuf");
+        const std::string clients = clients_part.getStat("freebuf");
+        EXPECT_TRUE(bm.return_buffer_in_pool_ext(TYPE, 0, id)) << "nothing was given back";
+        EXPECT_EQ(events_part.getStat("freebuf"), events);
+        EXPECT_EQ(clients_part.getStat("freebuf"), clients);
+    }
+}
+
 TEST_P(EarlyReturn, PartitionThatWasNotInThePoolIsAttached)
 {
     BM other;

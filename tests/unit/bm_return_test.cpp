@@ -121,6 +121,21 @@ TEST_P(FreeEventSlot, BlockThatIsFreeAlreadyIsReportedAndTheOthersGoBack)
     EXPECT_EQ(bm.find_by_id(data_id)->getStat("freebuf"), "64");
 }
 
+TEST_P(FreeEventSlot, EntryThatNamesAControlRecordDoesNotFreeIt)
+{
+    for (const int id : {shmid_of(events_part), shmid_of(clients_part)}) {
+        const int n = event_of({"A"});
+        slot(n).add_entry("CONTROL RECORD", id, 0);
+        const std::string before = clients_part.getStat("freebuf");
+        EXPECT_EQ(said([&] { EXPECT_TRUE(bm.free_ev_slot(n)) << "one could not be returned"; }),
+                  "DATE free_ev_slot(): failed to free id: " + std::to_string(id) + " bnum: 0\n");
+        EXPECT_EQ(slot(n).entries(), (std::vector<seen_entry>{{"A", 0, -1}, {"CONTROL RECORD", 0, -1}}));
+        EXPECT_TRUE(is_free(n));
+        EXPECT_EQ(free_slots(), "9");
+        EXPECT_EQ(clients_part.getStat("freebuf"), before);
+    }
+}
+
 TEST_P(FreeEventSlot, BlockWithoutAnAddressIsForgottenSilently)
 {
     const int n = event_of({"A"});

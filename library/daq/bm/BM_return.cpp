@@ -95,6 +95,14 @@ bool can_still_go_back(BM& bm, int bnum, int shmid)
 
 } // namespace
 
+// A buffer that a slot names; any process may have written that. The first buffer of a slot partition is its control
+// record and nobody's to give back: free, it would be handed out as a slot, or as room for data. @return true on failure.
+bool bm_core::give_back_listed(BM& bm, int bnum, int shmid)
+{
+    if (bnum == 0 && (shmid == bm.evid || shmid == bm.clid)) return true;
+    return bm.return_buffer_in_pool(bnum, shmid);
+}
+
 // The entry becomes a hole before its buffer goes back: killed in between, a process loses one buffer to the repair,
 // while the other order would have it returned a second time, perhaps from its next owner. The segment id stays until
 // the buffer is back and tells whose buffer was on its way. Before the address is asked for: that can throw, and would
@@ -111,7 +119,7 @@ template <class Form> bool bm_core::return_block(BM& bm, const event_slot<Form>&
     if (at != nullptr && free_flag != 0 && block_in_pool(bm, bnum, shmid) != nullptr)
         say_cleaning<Form>(i, shmid, bnum, at, slot.head());
     try {
-        if (at != nullptr && bm.return_buffer_in_pool(bnum, shmid)) {
+        if (at != nullptr && give_back_listed(bm, bnum, shmid)) {
             say("free_ev_slot(): failed to free id: %d bnum: %d", shmid, bnum);
             failed = true;
         }
@@ -147,7 +155,7 @@ bool BM::return_buffer_in_pool_ext(ZRK4_EVTYPE evtype, int bnum, int id)
         const int slot = bm_core::slot_for_return<Form>(*this, evtype, block_key, block_id);
         if (slot > 0) bm_core::take_out_entry<Form>(*this, slot, bnum, id);
     });
-    return return_buffer_in_pool(bnum, id);
+    return bm_core::give_back_listed(*this, bnum, id);
 }
 
 namespace {
