@@ -1,6 +1,7 @@
 // Reports on a partition, and the addresses of its buffers.
 #include <climits>
 #include <iomanip>
+#include <locale>
 #include <sstream>
 #include <string>
 
@@ -246,6 +247,22 @@ TEST_F(PartitionStat, DumpLeavesTheStreamsFormatAlone)
     os.str("");
     os << std::setw(4) << 255;
     EXPECT_EQ(os.str(), "ff**");
+}
+
+// As programs of some countries set it for their own output.
+TEST_F(PartitionStat, DumpDoesNotGroupDigits)
+{
+    struct grouping : std::numpunct<char> {
+        std::string do_grouping() const override { return "\3"; }
+    };
+    raw.put_int32(at_descriptor(0, IN_LDATA), 1234567);
+    std::ostringstream os;
+    os.imbue(std::locale(os.getloc(), new grouping));
+    part.dump(os);
+    EXPECT_NE(os.str().find("\n  0    1    0  1234567    1        0       0\n"), std::string::npos) << os.str();
+    os.str("");
+    os << 1234567;
+    EXPECT_EQ(os.str(), "1,234,567") << "the stream is as it was";
 }
 
 TEST_F(PartitionStat, DumpOfADetachedHandleIsEmpty)

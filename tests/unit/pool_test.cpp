@@ -320,6 +320,15 @@ TEST_F(Pool, DumpListsPartitionsByAscendingId)
     EXPECT_EQ(out_of([&] { pool.pooldump(); }), expected.str());
 }
 
+TEST_F(Pool, DumpCountsPartitionsInDecimalWhateverTheStreamWasSetTo)
+{
+    for (int k = 0; k <= 10; ++k) ASSERT_GE(pool.add(("T_" + std::to_string(k)).c_str(), 1, 1, false), 1);
+    std::ostringstream os;
+    os << std::hex;
+    pool.pooldump(os);
+    EXPECT_NE(os.str().find("\nPartition 10\n"), std::string::npos);
+}
+
 TEST_F(Pool, CountsTheBuffersOfAllPartitions)
 {
     pool.add("T_FIVE", 5, 10, false);

@@ -5,6 +5,7 @@
 #include <iostream>
 #include <memory>
 
+#include "decimal_stream.h"
 #include "partition_test.h"
 #include "text_later.h"
 
@@ -232,6 +233,7 @@ void C_shm_mpool::pooldump(std::ostream& os)
         os << "C_shm_mpool::dump() No partition in the pool\n";
         return;
     }
+    const zrk4::impl::decimal_stream format(os);
     int k = 0;
     for (const C_shm_buffer* p : by_id()) {
         os << "Partition " << k++ << "\n";
