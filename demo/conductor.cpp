@@ -26,6 +26,9 @@ sigset_t watched_signals()
     sigset_t set;
     sigemptyset(&set);
     for (const int signal : {SIGINT, SIGTERM, SIGCHLD}) sigaddset(&set, signal);
+    struct sigaction hang_up {};
+    sigaction(SIGHUP, nullptr, &hang_up);
+    if (hang_up.sa_handler != SIG_IGN) sigaddset(&set, SIGHUP); // with nohup the run outlives its terminal
     return set;
 }
 
@@ -59,6 +62,13 @@ conductor::conductor(const settings& how, const std::string& prefix)
     // The buffer managers of the children take the names of their slot partitions from the environment.
     setenv("ZRK4_CLI_SHM_NAME", partition_name(context_, "CLIENT_SLOTS").c_str(), 1);
     setenv("ZRK4_EV_SHM_NAME", partition_name(context_, "EVENT_SLOTS").c_str(), 1);
+}
+
+// Where something was thrown, nobody has left in order, and the partitions may lie in the host's namespace.
+conductor::~conductor()
+{
+    processes_.clear();
+    remove_leftovers(partitions());
 }
 
 run_figures conductor::run()

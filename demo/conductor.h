@@ -13,7 +13,7 @@
 
 namespace demo {
 
-/// SIGINT, SIGTERM and SIGCHLD as something to wait for. They stay blocked in all children: what a terminal sends to
+/// SIGINT, SIGTERM, SIGHUP and SIGCHLD as something to wait for. They stay blocked in all children: what a terminal sends to
 /// the whole group ends the run in order and not in the middle of it.
 class signal_watch {
   public:
@@ -33,6 +33,9 @@ class signal_watch {
 class conductor {
   public:
     conductor(const settings& how, const std::string& prefix);
+    ~conductor();
+    conductor(const conductor&) = delete;
+    conductor& operator=(const conductor&) = delete;
     run_figures run();
 
   private:

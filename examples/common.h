@@ -1,12 +1,18 @@
 /// @file
-/// What the examples share: options, the sizes that all processes of a host agree on, and the two forms of a slot.
+/// What the examples share: options, an end in order when a signal comes, the sizes that all processes of a host agree
+/// on, the two forms of a slot, and the buffers of a writer.
 #ifndef ZRK4_EXAMPLES_COMMON_H
 #define ZRK4_EXAMPLES_COMMON_H
 
+#include <algorithm>
 #include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <exception>
+#include <functional>
 #include <map>
+#include <stdexcept>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "BM.h"
@@ -33,6 +39,62 @@ class options {
   private:
     std::map<std::string, std::string> given_;
 };
+
+/// What ends a program from outside. With nohup a program outlives its terminal: waiting for a signal would undo that.
+inline sigset_t end_signals()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGINT);
+    sigaddset(&set, SIGTERM);
+    struct sigaction hang_up {};
+    sigaction(SIGHUP, nullptr, &hang_up);
+    if (hang_up.sa_handler != SIG_IGN) sigaddset(&set, SIGHUP);
+    return set;
+}
+
+/// @return the signal that tells the program to end, when one comes in that time, else 0.
+inline int end_signal_within(std::chrono::nanoseconds time)
+{
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(time);
+    const timespec limit{seconds.count(), (time - seconds).count()};
+    const sigset_t set = end_signals();
+    return std::max(0, sigtimedwait(&set, nullptr, &limit));
+}
+
+struct told_to_end {
+    int signal;
+};
+
+/// Every wait of the examples. A signal leaves it as an exception, so that all that the program holds goes back on the
+/// way out: a process that a signal ends where it stands stays a user of its partitions for ever, and they stay with it.
+inline void pause_ms(int ms)
+{
+    if (const int signal = end_signal_within(std::chrono::milliseconds(ms))) throw told_to_end{signal};
+}
+
+inline void pause_until(std::chrono::system_clock::time_point due)
+{
+    using namespace std::chrono;
+    do {
+        pause_ms(static_cast<int>(std::max<int64_t>(0, ceil<milliseconds>(due - system_clock::now()).count())));
+    } while (system_clock::now() < due);
+}
+
+/// Runs a program. @return its exit status.
+inline int run_in_order(int argc, char** argv, const std::function<int(const options&)>& program)
+{
+    const sigset_t set = end_signals();
+    pthread_sigmask(SIG_BLOCK, &set, nullptr); // before there are threads: one that does not wait would take it
+    try {
+        return program(options(argc, argv));
+    } catch (const told_to_end& end) {
+        return 128 + end.signal; // as shells say it
+    } catch (const std::exception& wrong) {
+        std::fprintf(stderr, "%s: %s\n", argv[0], wrong.what());
+        return 1;
+    }
+}
 
 /// Generation, time mask and sizes: the same in every process that shares the slot partitions, and before `init`. The
 /// default sizes are more than a stock kernel grants.
@@ -64,16 +126,25 @@ inline int type_of(bool form_2024, const void* head)
                      : static_cast<const zrk4_event_slot_head*>(head)->evtype;
 }
 
-inline void pause_ms(int ms) { std::this_thread::sleep_for(std::chrono::milliseconds(ms)); }
+/// The names of the writers' partitions begin alike: by that the master tells them from those of others.
+inline const std::string PARTITIONS = "EXAMPLE_";
+
+/// @return a buffer of the partition, as soon as one is free. The partition's id goes in: without it the pool would also
+/// hand out a free event slot as a buffer.
+inline char* wait_for_buffer(BM& bm, int bytes, int partition, int& number)
+{
+    for (;; pause_ms(1)) {
+        if (char* at = bm.get_buffer_from_pool(BM_NO_WAIT, bytes, &partition, &number)) return at;
+        if (bm.find_by_id(partition) == nullptr) throw std::runtime_error("the exchange is gone: has the master left?");
+    }
+}
 
 /// Returns when no buffer of the partition is in an event any more: when all of them can be had at once. A writer does
 /// so before it leaves: a partition goes with its last user, and a reader becomes one when the first block comes to it.
 inline void wait_until_all_are_back(BM& bm, int partition, int buffers)
 {
     std::vector<int> taken(static_cast<size_t>(buffers), -1);
-    for (int& number : taken) {
-        while (bm.get_buffer_from_pool(BM_NO_WAIT, 0, &partition, &number) == nullptr) pause_ms(1);
-    }
+    for (int& number : taken) wait_for_buffer(bm, 0, partition, number);
     for (const int number : taken) bm.return_buffer_in_pool(number, partition);
 }
 

@@ -28,11 +28,10 @@ class receiver : public BM {
             if (!write_piece(zrk4::sb_of(*this, first[i]))) state_ = FAILED;
         }
         if (state_ == RUNNING && left_ == 0) state_ = COMPLETE;
-        state_.notify_all();
     }
     bool wait_until_complete() const
     {
-        state_.wait(RUNNING);
+        while (state_ == RUNNING) pause_ms(1);
         return state_ == COMPLETE;
     }
 
@@ -59,11 +58,8 @@ class receiver : public BM {
     std::atomic<state> state_{RUNNING};
 };
 
-} // namespace
-
-int main(int argc, char** argv)
+int receive(const options& given)
 {
-    const options given(argc, argv);
     const int file = open(given.text("file", "").c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
     if (file < 0) {
         std::perror("file_receive");
@@ -82,3 +78,7 @@ int main(int argc, char** argv)
     bm.unsubscribe(EVENT, CLI_T_READER);
     return close(file);
 }
+
+} // namespace
+
+int main(int argc, char** argv) { return run_in_order(argc, argv, receive); }

@@ -37,13 +37,12 @@ int send_part(const options& given, int file, int part, int parts)
 {
     const int64_t piece = given.number("piece", 1 << 20);
     const std::string name = "FILE." + std::to_string(part);
-    prctl(PR_SET_PDEATHSIG, SIGTERM); // without the others it would wait for ever
     struct stat about {};
     BM bm; // after the last fork of its process
     configure(bm, given);
     if (fstat(file, &about) != 0 || bm.init()) return 1;
     // Its own buffers: with common ones, a part that is ahead could take those that the part behind needs.
-    int partition = bm.add(("EXAMPLE_" + name).c_str(), BUFFERS, static_cast<int>(piece) + HEADS);
+    const int partition = bm.add((PARTITIONS + name).c_str(), BUFFERS, static_cast<int>(piece) + HEADS);
     zrk4_client parameters{};
     std::list<std::string> blocks{name};
     if (partition < 1 || bm.subscribe(EVENT, CLI_T_WRITER, &parameters, &blocks) < 1) return 1;
@@ -54,10 +53,8 @@ int send_part(const options& given, int file, int part, int parts)
         piece_head head{(event * parts + part) * piece, about.st_size};
         const int64_t bytes = std::max<int64_t>(0, std::min(piece, head.file_size - head.offset));
         int number = -1, slot = -1;
-        char* at = nullptr;
-        while ((at = bm.get_buffer_from_pool(BM_NO_WAIT, static_cast<int>(piece) + HEADS, &partition, &number)) ==
-               nullptr)
-            pause_ms(1); // the reader is behind
+        pause_ms(0); // also a part that never has to wait hears a signal
+        char* at = wait_for_buffer(bm, static_cast<int>(piece) + HEADS, partition, number); // the reader may be behind
         zrk4::sb_write block(at, static_cast<size_t>(piece) + HEADS, form_of(bm),
                              {name, time_stamp{static_cast<uint32_t>(event + 1), 0}, event + 1, 1});
         block.sub_block("DATA", ZRK4_BLOCK_IMAGE, &head, sizeof head);
@@ -85,7 +82,10 @@ int main(int argc, char** argv)
     }
     for (int part = 0; part < parts; ++part) {
         const pid_t child = fork();
-        if (child == 0) return send_part(given, file, part, parts);
+        if (child == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGTERM); // without the others it would wait for ever
+            return run_in_order(argc, argv, [&](const options&) { return send_part(given, file, part, parts); });
+        }
         if (child < 0) return 1;
     }
     for (int status = 0; wait(&status) > 0;) {

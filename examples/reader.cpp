@@ -19,11 +19,10 @@ class printer : public BM {
         for (int i = 0; i < blocks_in(get_evid_64bit_mode(), head); ++i) print(first[i]);
         std::fflush(stdout);
         ++seen_;
-        seen_.notify_all();
     }
     void wait_for_all() const
     {
-        for (int seen = seen_; seen < wanted_; seen = seen_) seen_.wait(seen);
+        while (seen_ < wanted_) pause_ms(1);
     }
 
   private:
@@ -41,11 +40,8 @@ class printer : public BM {
     std::atomic<int> seen_{0};
 };
 
-} // namespace
-
-int main(int argc, char** argv)
+int read_events(const options& given)
 {
-    const options given(argc, argv);
     printer bm(given);
     if (bm.init()) return 1;  // true means failure: is there a master?
     zrk4_client parameters{}; // no time ratio: every event
@@ -59,3 +55,7 @@ int main(int argc, char** argv)
     bm.unsubscribe(ZRK4_EV_NORMAL, CLI_T_READER);
     return 0;
 }
+
+} // namespace
+
+int main(int argc, char** argv) { return run_in_order(argc, argv, read_events); }

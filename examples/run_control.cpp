@@ -33,7 +33,7 @@ class run_control {
     {
         configure(bm_, given);
         if (bm_.init()) return false; // true means failure: is there a master?
-        partition_ = bm_.add("EXAMPLE_RUN", BUFFERS, BYTES);
+        partition_ = bm_.add((PARTITIONS + "RUN").c_str(), BUFFERS, BYTES);
         zrk4_client parameters{};
         std::list<std::string> blocks{"RUN"};
         bool joined = partition_ > 0;
@@ -46,9 +46,8 @@ class run_control {
         time_stamp now{};
         bm_.get_cur_time(&now);
         int number = -1;
-        char* at = nullptr;
-        while ((at = bm_.get_buffer_from_pool(BM_NO_WAIT, BYTES, &partition_, &number)) == nullptr) pause_ms(1);
-        zrk4::sb_write block(at, BYTES, form_of(bm_), {"RUN", now, ++sent_, 1});
+        zrk4::sb_write block(wait_for_buffer(bm_, BYTES, partition_, number), BYTES, form_of(bm_),
+                             {"RUN", now, ++sent_, 1});
         fill(block, now);
         block.finish();
         if (bm_.ev_update(type, partition_, number)) std::puts("refused");
@@ -65,11 +64,8 @@ class run_control {
     int64_t sent_ = 0;
 };
 
-} // namespace
-
-int main(int argc, char** argv)
+int make_a_run(const options& given)
 {
-    const options given(argc, argv);
     run_control run;
     if (!run.join(given)) return 1;
     run.send(ZRK4_EV_BOR, [](zrk4::sb_write& block, time_stamp now) {
@@ -97,3 +93,7 @@ int main(int argc, char** argv)
     run.leave();
     return 0;
 }
+
+} // namespace
+
+int main(int argc, char** argv) { return run_in_order(argc, argv, make_a_run); }

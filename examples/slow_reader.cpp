@@ -42,9 +42,11 @@ class slow_reader : public BM {
         }
         std::fflush(stdout);
         if (type == ZRK4_EV_EOR) ended_ = true;
-        ended_.notify_all();
     }
-    void wait_for_the_end() const { ended_.wait(false); }
+    void wait_for_the_end() const
+    {
+        while (!ended_) pause_ms(1);
+    }
     void leave()
     {
         for (const ZRK4_EVTYPE type : TYPES) unsubscribe(type, CLI_T_READER);
@@ -71,11 +73,8 @@ class slow_reader : public BM {
     std::atomic<bool> ended_{false};
 };
 
-} // namespace
-
-int main(int argc, char** argv)
+int read_slow_channels(const options& given)
 {
-    const options given(argc, argv);
     slow_reader bm(given);
     if (!bm.join()) return 1;
     std::puts("ready");
@@ -85,3 +84,7 @@ int main(int argc, char** argv)
     bm.leave();
     return 0;
 }
+
+} // namespace
+
+int main(int argc, char** argv) { return run_in_order(argc, argv, read_slow_channels); }

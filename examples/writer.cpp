@@ -27,30 +27,25 @@ int64_t first_tick(const options& given, milliseconds period)
     return std::max(next, given.number("start", 0) * int64_t{1000} / period.count());
 }
 
-} // namespace
-
-int main(int argc, char** argv)
+int write_samples(const options& given)
 {
-    const options given(argc, argv);
     const std::string name = given.text("name", "LOAD");
     const milliseconds period(given.number("period", 100));
 
     BM bm;
     configure(bm, given);
     if (bm.init()) return 1; // true means failure: is there a master?
-    int partition = bm.add(("EXAMPLE_" + name).c_str(), BUFFERS, BYTES);
+    const int partition = bm.add((PARTITIONS + name).c_str(), BUFFERS, BYTES);
     zrk4_client parameters{};
     std::list<std::string> blocks{name};
     if (partition < 1 || bm.subscribe(EVENT, CLI_T_WRITER, &parameters, &blocks) < 1) return 1;
 
     const int64_t first = first_tick(given, period);
     for (int64_t tick = first; tick < first + given.number("events", 10); ++tick) {
-        std::this_thread::sleep_until(system_clock::time_point(period * tick));
+        pause_until(system_clock::time_point(period * tick));
         int number = -1;
-        char* at = nullptr;
-        // The partition's id goes in: without it the pool would also hand out a free event slot as a buffer. No tick is
-        // left out, however late it is: the other writers' blocks of that event wait for this one.
-        while ((at = bm.get_buffer_from_pool(BM_NO_WAIT, BYTES, &partition, &number)) == nullptr) pause_ms(1);
+        // No tick is left out, however late it is: the other writers' blocks of that event wait for this one.
+        char* at = wait_for_buffer(bm, BYTES, partition, number);
         std::array<double, 3> load{};
         getloadavg(load.data(), 3);
         zrk4::sb_write block(at, BYTES, form_of(bm), {name, time_of(tick, period), tick & 0x7FFFFFFF, 1});
@@ -62,3 +57,7 @@ int main(int argc, char** argv)
     bm.unsubscribe(EVENT, CLI_T_WRITER);
     return 0;
 }
+
+} // namespace
+
+int main(int argc, char** argv) { return run_in_order(argc, argv, write_samples); }

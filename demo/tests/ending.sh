@@ -1,8 +1,8 @@
 #!/bin/bash
-# A run that is cut short leaves nothing of its partitions and processes. Interrupted, as a terminal does it, it ends in
-# order: whole events, every buffer back; also when a reader stood still for longer than the writers have buffers. When
-# one of its processes is killed, it says so.
-# usage: ending.sh DEMO interrupt | stall | NUMBER-OF-THE-CHILD-TO-KILL
+# A run that is cut short leaves nothing of its partitions and processes. Told to end by a signal to all of its processes,
+# as a terminal does it, it ends in order: whole events, every buffer back; also when a reader stood still for longer than
+# the writers have buffers. When one of its processes is killed, it says so; and when not all of them can be started.
+# usage: ending.sh DEMO INT | TERM | HUP | stall | starved | NUMBER-OF-THE-CHILD-TO-KILL
 set -euo pipefail
 
 if [[ -z ${IN_OWN_IPC_NAMESPACE:-} ]]; then
@@ -22,6 +22,25 @@ fail() {
     exit 1
 }
 
+nothing_is_left() {
+    [[ $(ipcs -m | grep -c '^0x') == 0 ]] || fail "segments are left: $(ipcs -m)"
+    [[ $(ipcs -s | grep -c '^0x') == 0 ]] || fail "semaphore sets are left: $(ipcs -s)"
+}
+
+if [[ $2 == starved ]]; then
+    # Enough for the master and the first of the others.
+    status=0
+    (
+        ulimit -n 10
+        exec "$1" --seconds 1 --host-ipc
+    ) >"$work/said" 2>&1 || status=$?
+    cat "$work/said"
+    [[ $status == 1 ]] || fail "status $status"
+    grep -q 'demo: socketpair: Too many open files' "$work/said" || fail "all processes were started"
+    nothing_is_left
+    exit
+fi
+
 set -m # the run gets a process group of its own, which is what a terminal interrupts
 mkfifo "$work/output"
 "$1" --seconds 600 --host-ipc >"$work/output" 2>&1 &
@@ -37,8 +56,8 @@ done
 read -r -a children <"/proc/$run/task/$run/children" || [[ ${#children[@]} == 8 ]] # its line has no end
 expected=130
 case $2 in
-    interrupt)
-        kill -INT -- -$run
+    INT | TERM | HUP)
+        kill "-$2" -- -$run
         ;;
     stall)
         kill -STOP "${children[1]}"
@@ -60,5 +79,4 @@ wait $run || status=$?
 [[ $expected == 130 ]] || grep -q "WRONG: .* ended by signal 9" "$work/last" || fail "the dead process is not named"
 [[ $2 != stall ]] || grep -q "waited for a buffer [1-9]" "$work/last" || fail "no writer ran out of buffers"
 ! kill -0 -- -$run 2>/dev/null || fail "a process is left"
-[[ $(ipcs -m | grep -c '^0x') == 0 ]] || fail "segments are left: $(ipcs -m)"
-[[ $(ipcs -s | grep -c '^0x') == 0 ]] || fail "semaphore sets are left: $(ipcs -s)"
+nothing_is_left

@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Runs the reader and the writer of README.md against each other, in an IPC namespace of their own.
+# Runs the reader and the writer of README.md against each other, in an IPC namespace of their own: once to their end,
+# once interrupted as a terminal does it. Neither leaves anything behind.
 #
 # usage: readme_programs.sh READER WRITER
 set -euo pipefail
@@ -12,22 +13,38 @@ fi
 reader=$2
 writer=$3
 
-coproc READING { exec "$reader"; }
-reader_pid=$READING_PID
-exec {output}<&"${READING[0]}"
-trap 'kill "$reader_pid" 2>/dev/null || true' EXIT
+start_reader() {
+    coproc READING { exec "$reader"; }
+    reader_pid=$READING_PID
+    exec {output}<&"${READING[0]}"
+    trap 'kill "$reader_pid" 2>/dev/null || true' EXIT
+    # Dated lines of the library stand between the program's own.
+    while IFS= read -r line <&"$output" && [[ $line != ready ]]; do :; done
+}
 
-# Dated lines of the library stand between the program's own.
-while IFS= read -r line <&"$output" && [[ $line != ready ]]; do :; done
-"$writer"
-seen=$(grep '^ADC: ' <&"$output")
-wait "$reader_pid"
-trap - EXIT
-
-expected=$(for pulse in {1..10}; do echo "ADC: pulse $pulse"; done)
-diff <(echo "$expected") <(echo "$seen")
-if ipcs -m | grep -q '^0x' || ipcs -s | grep -q '^0x'; then
+nothing_is_left() {
+    trap - EXIT
+    if ! ipcs -m | grep -q '^0x' && ! ipcs -s | grep -q '^0x'; then return; fi
     echo "left behind:" >&2
     ipcs -m -s >&2
     exit 1
-fi
+}
+
+start_reader
+"$writer"
+seen=$(grep '^ADC: ' <&"$output")
+wait "$reader_pid"
+expected=$(for pulse in {1..10}; do echo "ADC: pulse $pulse"; done)
+diff <(echo "$expected") <(echo "$seen")
+nothing_is_left
+
+set -m # they begin with the signals as a terminal gives them, and not with SIGINT ignored
+start_reader
+"$writer" &
+writer_pid=$!
+# An event has come when both have all three partitions attached.
+until [[ $(ipcs -m | awk '/^0x/ && $6 == 2' | wc -l) == 3 ]]; do sleep 0.01; done
+kill -INT "$writer_pid"
+kill -INT "$reader_pid"
+wait "$reader_pid"
+nothing_is_left

@@ -1,0 +1,132 @@
+#!/bin/bash
+# The programs are ended by signals in the middle of their work, in several orders: nothing is left of their partitions,
+# also not of those that a killed process used, once the master has ended in order.
+# usage: ending.sh DIRECTORY-OF-THE-PROGRAMS 2010|2024
+set -euo pipefail
+# shellcheck source-path=SCRIPTDIR source=processes.sh
+source "$(dirname "$0")/processes.sh"
+set -m # the programs begin with the signals as a terminal gives them, and not with SIGINT ignored
+bin=$1
+records=$2
+
+# launch NAME COMMAND...: one that does not say when it is ready.
+launch() {
+    local name=$1
+    shift
+    "$@" >"$work/$name.log" &
+    pid_of[$name]=$!
+}
+
+# eventually COMMAND...: at the latest after ten seconds it succeeds.
+eventually() {
+    local tries
+    for ((tries = 0; tries < 500; ++tries)); do
+        if "$@"; then return; fi
+        sleep 0.02
+    done
+    fail "not in ten seconds: $*"
+}
+
+# ended STATUS NAME...: they end, all with this status.
+ended() {
+    local expected=$1 name status
+    shift
+    for name in "$@"; do
+        eventually stopped "${pid_of[$name]}"
+        status=0
+        wait "${pid_of[$name]}" || status=$?
+        [[ $status == "$expected" ]] || fail "$name: status $status, not $expected"
+        unset "pid_of[$name]"
+        rm -f "${work:?}/$name"
+    done
+}
+stopped() { ! grep -qx "$1" <<<"$(jobs -rp)"; }
+
+at_work() {
+    start master "$bin/example_master" --records "$records"
+    start reader "$bin/example_reader" --records "$records" --events 1000000
+    start slow_reader "$bin/example_slow_reader" --records "$records"
+    launch writer "$bin/example_writer" --records "$records" --events 1000000 --period 10
+    launch run_control "$bin/example_run_control" --records "$records" --values 1000000 --period 10
+    eventually grep -q LOAD "$work/reader.log"
+    eventually grep -q '^environment' "$work/slow_reader.log"
+}
+
+streaming() {
+    start master "$bin/example_master" --records "$records"
+    start receive "$bin/file_receive" --records "$records" --file "$work/copy"
+    launch send "$bin/file_send" --records "$records" --file "$work/endless" --piece 1000
+    eventually test -s "$work/copy"
+}
+
+# tell SIGNAL NAME...
+tell() {
+    local signal=$1 name
+    shift
+    for name in "$@"; do kill "-$signal" "${pid_of[$name]}"; done
+}
+
+nothing_is_left() {
+    [[ $(ipcs -m | grep -c '^0x') == 0 ]] || fail "$1: segments are left: $(ipcs -m)"
+    [[ $(ipcs -s | grep -c '^0x') == 0 ]] || fail "$1: semaphore sets are left: $(ipcs -s)"
+}
+
+clients=(writer run_control reader slow_reader)
+for signal in INT TERM HUP; do
+    at_work
+    [[ $(ipcs -m | grep -c '^0x') == 4 ]] || fail "not the four partitions: $(ipcs -m)"
+    tell $signal "${clients[@]}" master
+    ended $((128 + $(kill -l $signal))) "${clients[@]}"
+    ended 0 master
+    nothing_is_left "$signal, all together"
+done
+
+at_work
+tell TERM master "${clients[@]}"
+ended 143 "${clients[@]}"
+ended 0 master
+nothing_is_left "the master first"
+
+at_work
+for name in reader slow_reader writer run_control; do
+    tell TERM $name
+    ended 143 $name
+done
+[[ $(ipcs -m | grep -c '^0x') == 2 ]] || fail "not the partitions of the master alone: $(ipcs -m)"
+tell TERM master
+ended 0 master
+nothing_is_left "one after the other"
+
+# Told twice the master does not wait for anybody: those that write notice, those that read have to be told.
+# Whoever meets the missing partitions forgets its own on purpose, which is no leak.
+ASAN_OPTIONS=${ASAN_OPTIONS:-}:detect_leaks=0 at_work
+tell TERM master
+sleep 0.1
+tell TERM master
+ended 0 master
+ended 1 writer run_control
+tell TERM reader slow_reader
+ended 143 reader slow_reader
+nothing_is_left "the master alone"
+
+at_work
+tell KILL writer slow_reader
+ended 137 writer slow_reader
+tell TERM run_control reader
+ended 143 run_control reader
+[[ $(ipcs -m | grep -c '^0x') -gt 2 ]] || fail "killed processes left no partition: this shows nothing"
+tell TERM master
+ended 0 master
+nothing_is_left "some killed"
+
+truncate -s 1G "$work/endless"
+for signal in INT TERM; do
+    streaming
+    tell $signal send
+    ended $((128 + $(kill -l $signal))) send
+    tell $signal receive master
+    ended $((128 + $(kill -l $signal))) receive
+    ended 0 master
+    nothing_is_left "$signal, a stream"
+    rm "$work/copy"
+done
