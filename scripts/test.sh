@@ -39,14 +39,16 @@ done
 passed=0
 failed=0
 failures=()
+times=() # what took how long: the run has a budget
 words= # of the tests that failed
 
 # One check that is not a test of the suite: a name, and the command that must succeed.
 check() {
-    local name=$1 status=0
+    local name=$1 status=0 began=$SECONDS
     shift
     printf '\n== %s\n' "$name"
     "$@" || status=$?
+    times+=("$((SECONDS - began)) s  $name")
     if ((status == 0)); then
         passed=$((passed + 1))
     else
@@ -142,9 +144,11 @@ run_suite() {
     check "$preset: build" build_suite "$preset"
     if ((failed > failed_before)); then return; fi
     printf '\n== %s: suite\n' "$preset"
+    local began=$SECONDS
     rm -f "$report"
     run_for "$preset" ctest --preset "$preset" -j "$(nproc)" --output-junit "$report" | grep -vE '^ +Start +[0-9]+: ' ||
         true
+    times+=("$((SECONDS - began)) s  $preset: suite")
     count_suite "$preset" "$report"
     check "$preset: no test skips a part of itself" no_test_skips "$preset"
 }
@@ -156,6 +160,7 @@ for name in "${checks[@]}"; do check "${name//_/ }" "$name"; done
 check "nothing left behind on the host" nothing_left_behind
 
 printf '%s\n\n' "$words"
+printf '%s\n' "${times[@]}" | sort -rn | head -n 12
 for name in "${failures[@]}"; do printf 'failed: %s\n' "$name"; done
 printf '%d passed, %d failed\n' "$passed" "$failed"
 ((failed == 0))
