@@ -11,7 +11,7 @@ readonly BUILD=(g++:g++ cmake:cmake ninja:ninja-build /usr/include/CLI/CLI.hpp:l
     /usr/include/ncurses.h:libncurses-dev scdoc:scdoc)
 readonly TEST=("${BUILD[@]}" clang++:clang clang-format-14:clang-format-14 clang-tidy:clang-tidy
     shellcheck:shellcheck git:git cmp:diffutils ipcs:util-linux unshare:util-linux setarch:util-linux nm:binutils
-    strace:strace spin:spin gcc:gcc /usr/include/gtest/gtest.h:libgtest-dev)
+    strace:strace spin:spin gcc:gcc pkg-config:pkgconf /usr/include/gtest/gtest.h:libgtest-dev)
 readonly BENCH=("${BUILD[@]}" strace:strace)
 readonly FUZZ=("${BUILD[@]}" clang++:clang libclang_rt.fuzzer-x86_64.a:libclang-rt-dev)
 
