@@ -108,15 +108,24 @@ TEST_F(Buffer, WithoutAccessIsALogicError)
     EXPECT_THROW(part.get_buffer(BM_NO_WAIT, CURRENT), std::logic_error);
 }
 
-TEST_F(Buffer, CurrentOneWithoutAccessIsNoError)
+TEST_F(Buffer, CurrentOneIsGivenAgainWithoutAccessToo)
 {
     ASSERT_EQ(take(CURRENT), 0);
+    char* const current = part.get_buffer_addr(0);
     part.deaccess();
-    EXPECT_EQ(part.get_buffer(BM_NO_WAIT, CURRENT), nullptr);
+    EXPECT_EQ(part.get_buffer(BM_NO_WAIT, CURRENT), current);
+    EXPECT_THROW(part.get_buffer(BM_NO_WAIT, MULTI), std::logic_error);
     EXPECT_TRUE(part.return_buffer()) << "true is failure";
     ASSERT_TRUE(part.access());
     EXPECT_FALSE(part.return_buffer()) << "it is still the current one";
     EXPECT_EQ(free_ones(), (numbers{1, 2, 0}));
+}
+
+TEST_F(Buffer, CurrentOneOfADetachedHandleHasNoAddress)
+{
+    ASSERT_EQ(take(CURRENT), 0);
+    part.release();
+    EXPECT_EQ(part.get_buffer(BM_NO_WAIT, CURRENT), nullptr);
 }
 
 TEST_F(Buffer, EachHandleHasItsOwnCurrentOne)

@@ -41,7 +41,7 @@ C_shm_buffer::~C_shm_buffer()
 
 char* C_shm_buffer::get_buffer(int flags, bool multi)
 {
-    if (ibuf >= 0 && !multi) return buffer_addr(ibuf);
+    if (ibuf >= 0 && !multi) return current_addr();
     if (!accessed) throw std::logic_error("Partition not attached");
     const short wait = (flags & BM_NO_WAIT) != 0 ? IPC_NOWAIT : 0;
     if ((word_unlocked(&global()->status) & SHM_SYNCH) != 0 && !pass_synch(wait)) return nullptr;
@@ -68,6 +68,15 @@ char* C_shm_buffer::get_buffer(int flags, bool multi)
     bufptr[taken].owner_pid = own_pid();
     if (!multi) ibuf = taken;
     return static_cast<char*>(pointer) + bufptr[taken].boff;
+}
+
+// It stays the handle's own while the segment is attached, access or not.
+char* C_shm_buffer::current_addr() const
+{
+    if (accessed) return buffer_addr(ibuf);
+    if (!attached || ibuf >= global()->nbuf) return nullptr;
+    const auto* descriptors = reinterpret_cast<const C_shm_buf*>(global() + 1);
+    return static_cast<char*>(pointer) + descriptors[ibuf].boff;
 }
 
 // Synch mode never hands out a buffer: it eats counts until one is lacking. Deliberate.

@@ -58,6 +58,7 @@ class BM_API C_shm_buffer : public C_shm {
     int32_t ibuf = -1; ///< the buffer this handle holds as its current one, -1 = none
 
   private:
+    char* current_addr() const;
     bool pass_synch(short wait);
     int pop_free();
     void put_back(int taken);
