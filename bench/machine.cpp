@@ -74,6 +74,14 @@ machine this_machine()
     return m;
 }
 
+std::string in_words(const machine& m, const std::vector<int>& used)
+{
+    std::string text = m.processor + ", " + std::to_string(m.processors) + " processors" +
+                       (m.virtual_machine ? " (virtual machine)" : "") + ", used:";
+    for (const int p : used) text += ' ' + std::to_string(p);
+    return text + "; " + std::to_string(m.memory_mib) + " MiB; " + m.kernel;
+}
+
 double load()
 {
     double average = 0;

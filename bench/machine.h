@@ -25,6 +25,8 @@ struct machine {
     int64_t memory_mib = 0;
 };
 machine this_machine();
+/// One line, with the processors that are used.
+std::string in_words(const machine& m, const std::vector<int>& used);
 /// Processes that wanted to run, averaged over the last minute.
 double load();
 

@@ -1,11 +1,11 @@
-// The benchmark: the library beside a bare program that makes the same calls into the kernel.
+// The benchmark: the library beside bare programs that make the same calls into the kernel, and beside its peers.
 #include <cstdio>
 #include <exception>
 #include <fstream>
 #include <stdexcept>
 
 #include "options.h"
-#include "report.h"
+#include "peers.h"
 #include "suite.h"
 
 namespace {
@@ -23,33 +23,36 @@ std::vector<int> processors_for(const options& o)
     return processors;
 }
 
-void write_file(const std::string& name, const std::string& text)
+void run(const options& o)
 {
-    std::ofstream file(name);
-    file << text;
-    file.close();
-    if (!file) throw std::runtime_error("cannot write " + name);
-}
-
-void compare(const options& o)
-{
-    circumstances how{this_machine(), processors_for(o), o.rounds, o.seconds, load(), 0};
-    const auto progress = [&](int round) { std::fprintf(stderr, "round %d of %d\n", round, o.rounds); };
-    const std::vector<comparison> all = run(all_duels(how.processors, o.seconds), o.rounds, progress);
-    how.load_after = load();
-    std::fputs(text_report(how, all).c_str(), stdout);
-    if (!o.json.empty()) write_file(o.json, json_report(how, all));
+    std::ofstream file;
+    if (!o.record.empty()) file.open(o.record, std::ios::app);
+    const auto write = [&](const std::string& text) {
+        if (o.record.empty()) {
+            std::printf("%s\n", text.c_str());
+        } else if (!(file << text << std::endl)) { // flushed: what was measured outlives a run that fails later
+            throw std::runtime_error("cannot write " + o.record);
+        }
+    };
+    const std::vector<int> processors = processors_for(o);
+    for (const std::string& name : missing_peers()) std::fprintf(stderr, "bm_bench: not here: %s\n", name.c_str());
+    write("machine\t" + in_words(this_machine(), processors));
+    const auto all = chosen(all_measurements(processors, o.seconds), o.only);
+    if (all.empty()) throw std::runtime_error("no such scenario");
+    int told = 0;
+    run_rounds(all, o.first_round, o.first_round + o.rounds - 1, [&](const figure_line& line) {
+        if (line.round != told) std::fprintf(stderr, "round %d, load %.1f\n", told = line.round, load());
+        write(to_text(line));
+    });
 }
 
 void run_for_tracer(const options& o)
 {
-    plan p;
-    p.one_at_a_time = true;
-    p.warm_up = 0;
-    p.seconds = 600; // the number of events ends it
-    p.events = o.events;
-    p.writer_processor = p.reader_processor = processors_for(o).front();
-    o.trace == "library" ? measure_library(p, limits{}) : measure_reference(p, limits{});
+    measurement m = measurement_named(o.scenario, o.trace, processors_for(o).front());
+    m.p.warm_up = 0;
+    m.p.seconds = 600; // the number of events ends it
+    m.p.events = o.events;
+    m.measure(m.p);
     std::printf("%lld events\n", static_cast<long long>(o.events));
 }
 
@@ -67,7 +70,7 @@ int main(int argc, char** argv)
         return NO_NAMESPACE;
     }
     try {
-        given->trace.empty() ? compare(*given) : run_for_tracer(*given);
+        given->trace.empty() ? run(*given) : run_for_tracer(*given);
         return DONE;
     } catch (const std::exception& e) {
         std::fprintf(stderr, "bm_bench: %s\n", e.what());

@@ -6,15 +6,20 @@
 
 namespace bench {
 
-const char* const USAGE = "usage: bm_bench [--rounds N] [--seconds S] [--processors A[,B]] [--json FILE] [--short]\n"
-                          "       bm_bench --trace library|reference [--events N]\n"
-                          "  --rounds      how often everything is measured, each time beside its counterpart (5)\n"
-                          "  --seconds     length of one measurement, 0.001 to 20 (0.4)\n"
-                          "  --processors  the two to run on (the first two that are allowed)\n"
-                          "  --json        also write the figures, round by round, to a file\n"
-                          "  --short       one short round: shows that everything runs, its figures mean nothing\n"
-                          "  --trace       one program alone, N events (100) one at a time on one processor, to count "
-                          "its calls with strace\n";
+const char* const USAGE =
+    "usage: bm_bench [--rounds N] [--first-round N] [--seconds S] [--processors A[,B]] [--only PREFIX,...]\n"
+    "                [--record FILE] [--short]\n"
+    "       bm_bench --trace library|strict|best [--scenario NAME] [--events N]\n"
+    "  --rounds       how often everything is measured, each time beside its counterparts (5)\n"
+    "  --first-round  the number of the first one (1): a run may be made in pieces\n"
+    "  --seconds      length of one measurement, 0.001 to 20 (0.4)\n"
+    "  --processors   the two to run on (the first two that are allowed)\n"
+    "  --only         scenarios whose names begin so\n"
+    "  --record       file that the figures are added to, a line each (standard output)\n"
+    "  --short        one short round: shows that everything runs, its figures mean nothing\n"
+    "  --trace        one program alone, N events (100) on one processor, to count its calls with strace; of a "
+    "scenario,\n"
+    "                 or in the shape \"shape/WRITERS/READERS/BLOCKS\" (shape/1/1/1)\n";
 
 namespace {
 
@@ -56,8 +61,16 @@ bool set_option(options& o, int letter, const std::string& text)
         return set_number(o.seconds, text, 0.001, 20);
     case 'p':
         return set_processors(o, text);
-    case 'j':
-        o.json = text;
+    case 'f':
+        return set_number(o.first_round, text, 1, 1000);
+    case 'w':
+        o.record = text;
+        return !text.empty();
+    case 'o':
+        o.only = text;
+        return !text.empty();
+    case 'n':
+        o.scenario = text;
         return !text.empty();
     case 'q':
         o.rounds = 1;
@@ -65,7 +78,7 @@ bool set_option(options& o, int letter, const std::string& text)
         return true;
     case 't':
         o.trace = text;
-        return text == "library" || text == "reference";
+        return text == "library" || text == "strict" || text == "best";
     case 'e':
         return set_number(o.events, text, 2, 100'000);
     default:
@@ -80,7 +93,10 @@ std::optional<options> parse(int argc, char** argv)
     static const option known[] = {{"rounds", required_argument, nullptr, 'r'},
                                    {"seconds", required_argument, nullptr, 's'},
                                    {"processors", required_argument, nullptr, 'p'},
-                                   {"json", required_argument, nullptr, 'j'},
+                                   {"first-round", required_argument, nullptr, 'f'},
+                                   {"record", required_argument, nullptr, 'w'},
+                                   {"only", required_argument, nullptr, 'o'},
+                                   {"scenario", required_argument, nullptr, 'n'},
                                    {"short", no_argument, nullptr, 'q'},
                                    {"trace", required_argument, nullptr, 't'},
                                    {"events", required_argument, nullptr, 'e'},

@@ -11,13 +11,16 @@
 namespace bench {
 
 struct options {
+    int first_round = 1;
     int rounds = 5;
     double seconds = 0.4;        ///< that events of one measurement are counted
-    std::string json;            ///< file for the figures, empty: none
+    std::string record;          ///< file that the figures are added to, empty: standard output
+    std::string only;            ///< prefixes of scenarios, empty: all
     std::vector<int> processors; ///< one or two; empty: the first two that are allowed
-    /// Not a comparison but one measurement of so many events, one at a time on one processor, for a tracer that counts
-    /// their calls: "library" or "reference".
+    /// Not the rounds but one subject in one scenario, so many events of it on one processor, for a tracer that counts
+    /// their calls.
     std::string trace;
+    std::string scenario = "shape/1/1/1";
     int64_t events = 100;
 };
 

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <ctime>
 #include <exception>
 #include <system_error>
 #include <utility>
@@ -104,6 +105,14 @@ process::~process()
     if (pid_ < 0) return;
     kill();
     reap();
+}
+
+int64_t process::processor_time_ns() const
+{
+    clockid_t clock{};
+    timespec t{};
+    if (clock_getcpuclockid(pid_, &clock) != 0 || clock_gettime(clock, &t) != 0) return 0;
+    return int64_t{t.tv_sec} * 1'000'000'000 + t.tv_nsec;
 }
 
 void process::kill() const { ::kill(pid_, SIGKILL); }

@@ -4,6 +4,7 @@
 #define ZRK4_BENCH_PROCESS_H
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <stdexcept>
 #include <string>
@@ -72,6 +73,8 @@ class process {
     void await_nod() const { hear<char>(); }
     /// Lets the child go on to its end and waits for it.
     void end();
+    /// Processor time that it has used so far.
+    int64_t processor_time_ns() const;
     /// Kills it, and does not wait: until it is reaped it counts as alive.
     void kill() const;
     void reap();

@@ -4,140 +4,165 @@
 #include <csignal>
 #include <stdexcept>
 #include <system_error>
-#include <vector>
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
-#include <sys/sem.h>
-#include <sys/socket.h>
-
-#include "C_shm_int.h"
+#include <unistd.h>
 
 namespace bench {
 namespace {
 
-[[noreturn]] void fail(const char* call) { throw std::system_error(errno, std::generic_category(), call); }
+constexpr int CONTROL = 0; // the lock of a slot partition's control record
 
-} // namespace
-
-semaphore_set::semaphore_set(int buffers, bool locks)
-    : id_(semget(IPC_PRIVATE, gbl_nsems + (locks ? buffers : 0), IPC_CREAT | 0600))
+// A lock that a strict reference gives back between two steps, and the best one keeps.
+void between_steps(const semaphore_set& locks, int number)
 {
-    static_assert(GATE == gbl_gate && FREE == gbl_empty && FIRST_LOCK == gbl_nsems);
-    if (id_ < 0) fail("semget");
-    std::vector<unsigned short> values(static_cast<size_t>(gbl_nsems + (locks ? buffers : 0)), 1);
-    values[gbl_empty] = static_cast<unsigned short>(buffers);
-    values[gbl_full] = values[gbl_synch] = 0;
-    semun argument{};
-    argument.array = values.data();
-    if (semctl(id_, 0, SETALL, argument) != 0) fail("semctl");
-}
-
-semaphore_set::~semaphore_set() { semctl(id_, 0, IPC_RMID); }
-
-bool semaphore_set::try_change(int number, short by, short flags) const
-{
-    sembuf operation{static_cast<unsigned short>(number), by, flags};
-    return semop(id_, &operation, 1) == 0;
-}
-
-void semaphore_set::change(int number, short by, short flags) const
-{
-    if (!try_change(number, by, flags)) fail("semop");
-}
-
-// Undone when the process dies: a lock is never lost. Without waiting first: a busy lock is counted.
-void semaphore_set::lock(int number, short by) const
-{
-    if (try_change(number, by, SEM_UNDO | IPC_NOWAIT)) return;
-    if (errno != EAGAIN) fail("semop");
-    change(number, by, SEM_UNDO);
-}
-
-// Not undone: a dead process's buffer is still out.
-void semaphore_set::count_taken() const { change(FREE, -1, IPC_NOWAIT); }
-
-void take_buffer(const exchange_sets& sets)
-{
-    sets.data.wait_for_free();
-    sets.data.take_gate();
-    sets.data.give_gate();
-}
-
-namespace {
-
-void make_event(const exchange_sets& sets, pid_t reader)
-{
-    sets.events.take(CONTROL);
-    sets.events.count_taken();
-    sets.events.take_gate();
-    sets.events.give_gate();
-    // Two clients take part: the writer itself, and the reader, if it lives.
-    sets.clients.take(CONTROL);
-    sets.clients.give(CONTROL);
-    sets.clients.take(CONTROL);
-    if (kill(reader, 0) != 0) fail("kill");
-    sets.clients.give(CONTROL);
-    sets.events.give(CONTROL);
-}
-
-void free_event(const exchange_sets& sets)
-{
-    sets.events.take(CONTROL);
-    sets.data.take_gate();
-    sets.data.give_gate();
-    sets.data.count_free();
-    sets.events.take_gate();
-    sets.events.give_gate();
-    sets.events.count_free();
-    sets.events.give(CONTROL);
+    if (locks.keeps_locks()) return;
+    locks.give(number);
+    locks.take(number);
 }
 
 } // namespace
 
-void register_block(const exchange_sets& sets, int socket, uint16_t port, const datagram& m)
+reference_host::reference_host(manner m, const shape& s, int client_slots, int event_slots, int buffers)
+    : shape_(s),
+      event_slots_(event_slots),
+      client_locks_(client_slots + 1, /*locks=*/true, m),
+      event_locks_(event_slots + 1, /*locks=*/true, m),
+      free_(static_cast<size_t>(s.writers)),
+      events_(static_cast<size_t>(event_slots) + 1),
+      clients_(static_cast<size_t>(s.writers + s.readers)),
+      over_(1)
 {
-    make_event(sets, static_cast<pid_t>(m.mtype));
-    // The block is entered.
-    sets.events.take(m.evslot);
-    sets.events.give(m.evslot);
-    // Everybody who waits for it is told.
-    sets.events.take(m.evslot);
-    sockaddr_in to{};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(port);
-    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    if (sendto(socket, &m, sizeof m, 0, reinterpret_cast<const sockaddr*>(&to), sizeof to) < 0) fail("sendto");
-    sets.events.give(m.evslot);
+    if (s.writers + s.readers > client_slots || s.blocks > event_books::MOST_BLOCKS || buffers > free_buffers::MOST)
+        throw std::runtime_error("the reference has not room for so many");
+    for (int i = 0; i < s.writers; ++i) {
+        data_locks_.push_back(std::make_unique<semaphore_set>(buffers, /*locks=*/false, m));
+        free_buffers& all = free_[static_cast<size_t>(i)];
+        for (int n = 0; n < buffers; ++n) all.number[static_cast<size_t>(n)] = n;
+        all.next_place = buffers;
+    }
 }
 
-datagram receive(int socket)
+int reference_host::take_buffer(int writer) const
+{
+    const semaphore_set& data = *data_locks_[static_cast<size_t>(writer)];
+    free_buffers& all = free_[static_cast<size_t>(writer)];
+    data.wait_for_free();
+    data.take_gate();
+    const int taken = all.number[static_cast<size_t>(all.next_free++ % free_buffers::MOST)];
+    data.give_gate();
+    return taken;
+}
+
+// The writer that makes the event lives; all other clients are asked for.
+void reference_host::look_at_clients(int writer) const
+{
+    client_locks_.take(CONTROL);
+    for (int c = 0; c < shape_.writers + shape_.readers; ++c) {
+        if (c > 0) between_steps(client_locks_, CONTROL);
+        if (c != writer && kill(clients_[static_cast<size_t>(c)].pid, 0) != 0)
+            throw std::system_error(errno, std::generic_category(), "kill");
+    }
+    client_locks_.give(CONTROL);
+}
+
+void reference_host::make_event(int writer, int slot, int64_t number) const
+{
+    event_books& event = events_[static_cast<size_t>(slot)];
+    if (event.number != -1) throw std::runtime_error("the reference has no slot left");
+    event_locks_.count_taken();
+    event_locks_.take_gate();
+    event_locks_.give_gate();
+    look_at_clients(writer);
+    event.filled = event.done = 0;
+    event.ended = false;
+    event.number = number;
+}
+
+void reference_host::tell_readers(int slot, const event_books& event, const udp_socket& from) const
 {
     datagram m{};
-    const ssize_t length = recv(socket, &m, sizeof m, MSG_WAITALL);
-    if (length < 0) fail("recv");
-    if (length != static_cast<ssize_t>(sizeof m)) throw std::runtime_error("a foreign datagram");
+    m.evslot = slot;
+    m.event = static_cast<uint64_t>(event.number);
+    for (int k = 0; k < shape_.readers; ++k) {
+        m.mtype = reader(k).pid;
+        m.cln = shape_.writers + k;
+        m.clslot = m.cln + 1;
+        from.send_to(reader(k).port, &m, sizeof m);
+    }
+}
+
+void reference_host::register_block(int writer, int block, int64_t number, int buffer, const udp_socket& from) const
+{
+    const int slot = slot_of(number);
+    event_books& event = events_[static_cast<size_t>(slot)];
+    event_locks_.take(CONTROL);
+    if (event.number != number) make_event(writer, slot, number);
+    event_locks_.give(CONTROL);
+
+    event_locks_.take(slot);
+    event.buffer[static_cast<size_t>(block)] = buffer;
+    const bool complete = ++event.filled == shape_.blocks;
+    between_steps(event_locks_, slot);
+    if (complete) tell_readers(slot, event, from);
+    event_locks_.give(slot);
+}
+
+datagram reference_host::receive(const udp_socket& socket)
+{
+    datagram m{};
+    socket.receive(&m, sizeof m);
     return m;
 }
 
 // The reader is at work from here on.
-void begin_reading(const exchange_sets& sets, const datagram& m)
+void reference_host::begin_reading(const datagram& m) const
 {
-    sets.events.take(m.evslot);
-    sets.events.give(m.evslot);
+    event_locks_.take(m.evslot);
+    event_locks_.give(m.evslot);
 }
 
-void end_reading(const exchange_sets& sets, const datagram& m)
+// It is done, in the event and in its own slot, and looks whether the others are.
+void reference_host::end_reading(const datagram& m) const
 {
-    // It is done, in the event and in its own slot.
-    sets.events.take(m.evslot);
-    sets.events.give(m.evslot);
-    sets.clients.take(m.clslot);
-    sets.clients.give(m.clslot);
-    // A look at the others: nobody is left.
-    sets.events.take(m.evslot);
-    sets.events.give(m.evslot);
-    free_event(sets);
+    event_books& event = events_[static_cast<size_t>(m.evslot)];
+    const bool at_once = event_locks_.keeps_locks();
+    bool last = false;
+    const auto look = [&] {
+        last = event.done == shape_.readers && !event.ended;
+        if (last) event.ended = true;
+    };
+    event_locks_.take(m.evslot);
+    ++event.done;
+    if (at_once) look();
+    event_locks_.give(m.evslot);
+    client_locks_.take(m.clslot);
+    client_locks_.give(m.clslot);
+    if (!at_once) {
+        event_locks_.take(m.evslot);
+        look();
+        event_locks_.give(m.evslot);
+    }
+    if (last) end_event(event);
+}
+
+void reference_host::end_event(event_books& event) const
+{
+    event_locks_.take(CONTROL);
+    for (int b = 0; b < shape_.blocks; ++b) {
+        const auto writer = static_cast<size_t>(writer_of(b));
+        const semaphore_set& data = *data_locks_[writer];
+        free_buffers& all = free_[writer];
+        data.take_gate();
+        all.number[static_cast<size_t>(all.next_place++ % free_buffers::MOST)] = event.buffer[static_cast<size_t>(b)];
+        data.give_gate();
+        data.count_free();
+    }
+    event.number = -1;
+    event_locks_.take_gate();
+    event_locks_.give_gate();
+    event_locks_.count_free();
+    event_locks_.give(CONTROL);
+    __atomic_add_fetch(&over_[0], 1, __ATOMIC_RELEASE);
 }
 
 } // namespace bench

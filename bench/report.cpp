@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <map>
 
-#include "suite.h"
+#include "statistics.h"
 
 namespace bench {
 namespace {
@@ -19,41 +20,41 @@ __attribute__((format(printf, 1, 2))) std::string formatted(const char* fmt, ...
     return line;
 }
 
-std::string machine_line(const circumstances& how)
-{
-    const machine& m = how.where;
-    std::string used;
-    for (const int p : how.processors) used += (used.empty() ? "" : " and ") + std::to_string(p);
-    return formatted("%s, %d processors%s, used: %s; %lld MiB; %s; load %.1f before, %.1f after\n", m.processor.c_str(),
-                     m.processors, m.virtual_machine ? " (virtual machine)" : "", used.c_str(),
-                     static_cast<long long>(m.memory_mib), m.kernel.c_str(), how.load_before, how.load_after);
-}
+// All rounds of one figure of one subject, in the order in which the record has them.
+struct series {
+    std::string scenario, subject, figure;
+    std::vector<double> values;
+};
 
-std::string row(const comparison& c)
+std::vector<series> all_series(const record& r)
 {
-    const spread subject = spread_of(c.subject_values);
-    const spread base = spread_of(c.base_values);
-    const spread ratio = spread_of(c.ratios());
-    const int digits = subject.median < 1000 ? 2 : 0;
-    return formatted("  %-22s %-30s %10.*f   %-25s %10.*f   ratio %5.2f  (%.2f to %.2f)\n", c.setting.c_str(),
-                     c.subject.c_str(), digits, subject.median, c.base.c_str(), digits, base.median, ratio.median,
-                     ratio.lowest, ratio.highest);
-}
-
-// One heading for the rows of a figure, in the order in which figures first appear.
-std::string table(const std::vector<comparison>& all)
-{
-    std::vector<std::string> figures;
-    std::string text;
-    for (const comparison& first : all) {
-        if (std::find(figures.begin(), figures.end(), first.figure) != figures.end()) continue;
-        figures.push_back(first.figure);
-        text += "\n" + first.figure + " [" + first.unit + "]\n";
-        for (const comparison& c : all) {
-            if (c.figure == first.figure) text += row(c);
-        }
+    std::vector<series> all;
+    std::map<std::string, size_t> known;
+    for (const figure_line& line : r.lines()) {
+        const std::string name = line.scenario + '\t' + line.subject + '\t' + line.figure;
+        const auto [at, is_new] = known.emplace(name, all.size());
+        if (is_new) all.push_back({line.scenario, line.subject, line.figure, {}});
+        all[at->second].values.push_back(line.value);
     }
-    return text;
+    return all;
+}
+
+std::string figure_row(const series& s)
+{
+    const spread values = spread_of(s.values);
+    const int digits = values.median < 1000 ? 2 : 0;
+    return formatted("  %-28s %-16s %-18s %12.*f  (%.*f to %.*f), %zu rounds\n", s.scenario.c_str(), s.subject.c_str(),
+                     s.figure.c_str(), digits, values.median, digits, values.lowest, digits, values.highest,
+                     s.values.size());
+}
+
+std::string bound_row(const bound& b, const judgement& j)
+{
+    if (j.values.empty()) return formatted("    %-38s not measured: missed\n", b.what.c_str());
+    const spread values = spread_of(j.values);
+    return formatted("    %-38s %7.3f  (%.3f to %.3f)  %s %.2f in %d of %zu: %s%s\n", b.what.c_str(), values.median,
+                     values.lowest, values.highest, b.at_most ? "<=" : ">=", b.limit, j.kept, j.values.size(),
+                     j.met ? "met" : "missed", j.stretch_met ? ", stretch" : "");
 }
 
 std::string quoted(const std::string& text)
@@ -66,63 +67,66 @@ std::string quoted(const std::string& text)
     return out + '"';
 }
 
-std::string number(double value) { return formatted("%.6g", value); }
-
-template <class Value, class Format> std::string list(const std::vector<Value>& values, Format format)
+template <class Value, class Format>
+std::string list(const std::vector<Value>& values, Format format, const char* between = ", ")
 {
-    std::string out;
-    for (const Value& v : values) out += (out.empty() ? "" : ", ") + format(v);
-    return "[" + out + "]";
+    std::string text;
+    for (const Value& v : values) text += (text.empty() ? "" : between) + format(v);
+    return '[' + text + ']';
 }
 
-std::string json_of(const comparison& c)
+std::string numbers(const std::vector<double>& values)
 {
-    const spread ratio = spread_of(c.ratios());
-    return "{\"figure\": " + quoted(c.figure) + ", \"unit\": " + quoted(c.unit) +
-           ", \"setting\": " + quoted(c.setting) + ",\n     \"subject\": " + quoted(c.subject) +
-           ", \"subject_values\": " + list(c.subject_values, number) + ",\n     \"base\": " + quoted(c.base) +
-           ", \"base_values\": " + list(c.base_values, number) + ",\n     \"ratios\": " + list(c.ratios(), number) +
-           ", \"ratio_median\": " + number(ratio.median) + ", \"ratio_lowest\": " + number(ratio.lowest) +
-           ", \"ratio_highest\": " + number(ratio.highest) + "}";
+    return list(values, [](double v) { return formatted("%.6g", v); });
 }
 
-std::string json_of(const circumstances& how)
+std::string json_bound(const bound& b, const record& r)
 {
-    const machine& m = how.where;
-    return "{\"processor\": " + quoted(m.processor) + ", \"processors\": " + std::to_string(m.processors) +
-           ", \"virtual_machine\": " + (m.virtual_machine ? "true" : "false") +
-           ", \"memory_mib\": " + std::to_string(m.memory_mib) + ", \"kernel\": " + quoted(m.kernel) +
-           ",\n    \"processors_used\": " + list(how.processors, [](int p) { return std::to_string(p); }) +
-           ", \"load_before\": " + number(how.load_before) + ", \"load_after\": " + number(how.load_after) + "}";
+    const judgement j = judge(b, r);
+    return "{\"what\": " + quoted(b.what) + ", \"values\": " + numbers(j.values) +
+           formatted(", \"%s\": %.6g, \"met\": %s}", b.at_most ? "at_most" : "at_least", b.limit,
+                     j.met ? "true" : "false");
+}
+
+int met(const record& r, const std::vector<goal>& goals)
+{
+    return static_cast<int>(std::count_if(goals.begin(), goals.end(), [&](const goal& g) { return is_met(g, r); }));
 }
 
 } // namespace
 
-bool goal_met(const std::vector<comparison>& all)
+std::string text_report(const record& r, const std::vector<goal>& goals)
 {
-    return std::all_of(all.begin(), all.end(), [](const comparison& c) {
-        return c.figure != EVENTS_PER_SECOND || spread_of(c.ratios()).median >= GOAL;
-    });
+    std::string text;
+    for (const std::string& machine : r.machines()) text += machine + '\n';
+    text += "\nmedian (lowest to highest)\n";
+    for (const series& s : all_series(r)) text += figure_row(s);
+    text += "\ngoals\n";
+    for (const goal& g : goals) {
+        text += formatted("  %2d %s: %s\n", g.number, g.title.c_str(), is_met(g, r) ? "met" : "missed");
+        for (const bound& b : g.bounds) text += bound_row(b, judge(b, r));
+    }
+    return text;
 }
 
-std::string text_report(const circumstances& how, const std::vector<comparison>& all)
+std::string last_line(const record& r, const std::vector<goal>& goals)
 {
-    return machine_line(how) +
-           formatted("%d rounds, %g s each; medians; ratios are formed inside each round: median (lowest to highest)\n",
-                     how.rounds, how.seconds) +
-           table(all) +
-           formatted("\ngoal, at least %.1f of the reference's events per second in every row: %s\n", GOAL,
-                     goal_met(all) ? "met" : "missed");
+    return formatted("goals met: %d of %zu\n", met(r, goals), goals.size());
 }
 
-std::string json_report(const circumstances& how, const std::vector<comparison>& all)
+std::string json_report(const record& r, const std::vector<goal>& goals)
 {
-    std::string comparisons;
-    for (const comparison& c : all) comparisons += (comparisons.empty() ? "\n    " : ",\n    ") + json_of(c);
-    return "{\n  \"machine\": " + json_of(how) + ",\n  \"rounds\": " + std::to_string(how.rounds) +
-           ", \"seconds\": " + number(how.seconds) + ", \"goal\": " + number(GOAL) +
-           ", \"goal_met\": " + (goal_met(all) ? "true" : "false") + ",\n  \"comparisons\": [" + comparisons +
-           "\n  ]\n}\n";
+    const auto figure = [](const series& s) {
+        return "{\"scenario\": " + quoted(s.scenario) + ", \"subject\": " + quoted(s.subject) +
+               ", \"figure\": " + quoted(s.figure) + ", \"values\": " + numbers(s.values) + '}';
+    };
+    const auto verdict = [&](const goal& g) {
+        return formatted("{\"number\": %d, \"title\": ", g.number) + quoted(g.title) +
+               ", \"met\": " + (is_met(g, r) ? "true" : "false") +
+               ", \"bounds\": " + list(g.bounds, [&](const bound& b) { return json_bound(b, r); }) + '}';
+    };
+    return "{\"machines\": " + list(r.machines(), quoted) + ",\n\"figures\": " + list(all_series(r), figure, ",\n") +
+           ",\n\"goals\": " + list(goals, verdict, ",\n") + formatted(",\n\"goals_met\": %d}\n", met(r, goals));
 }
 
 } // namespace bench

@@ -1,33 +1,21 @@
 /// @file
-/// The figures as text and as JSON.
+/// A record for people and for programs.
 #ifndef ZRK4_BENCH_REPORT_H
 #define ZRK4_BENCH_REPORT_H
 
 #include <string>
 #include <vector>
 
-#include "machine.h"
-#include "statistics.h"
+#include "goals.h"
+#include "raw_record.h"
 
 namespace bench {
 
-/// How the figures came about.
-struct circumstances {
-    machine where;
-    std::vector<int> processors;
-    int rounds = 0;
-    double seconds = 0;
-    double load_before = 0;
-    double load_after = 0;
-};
-
-std::string text_report(const circumstances& how, const std::vector<comparison>& all);
-std::string json_report(const circumstances& how, const std::vector<comparison>& all);
-
-/// The least that the library is to reach of the reference's events per second.
-inline constexpr double GOAL = 0.9;
-/// @return whether the median of every such ratio reaches it.
-bool goal_met(const std::vector<comparison>& all);
+/// Where it was measured, every figure's median and range, every goal's.
+std::string text_report(const record& r, const std::vector<goal>& goals);
+/// "goals met: N of M", with a newline.
+std::string last_line(const record& r, const std::vector<goal>& goals);
+std::string json_report(const record& r, const std::vector<goal>& goals);
 
 } // namespace bench
 

@@ -1,8 +1,9 @@
 /// @file
-/// The two programs that are measured beside each other.
+/// The library and the references, as programs that are measured.
 #ifndef ZRK4_BENCH_SIDES_H
 #define ZRK4_BENCH_SIDES_H
 
+#include "semaphore_set.h"
 #include "workload.h"
 
 namespace bench {
@@ -13,17 +14,24 @@ struct limits {
     int client_slots = 64; ///< on the host
     int blocks = 64;       ///< of one event, and names of one client
     int event_slots = 64;
-    int buffers = 32; ///< of the writer's data partition
+    int buffers = 32; ///< of a writer's data partition, for each block that it gives to an event
 };
 
-/// A master, a writer and readers that use the library, each a process of its own.
-/// @param further_readers  take every event as well; the reading is that of the writer and the first reader
-/// @throws std::runtime_error  one of them failed
-reading measure_library(const plan& p, const limits& room, int further_readers = 0);
+/// Clients beside those that are measured, of processes that do little else.
+struct crowd {
+    int writers = 0; ///< of the measured events; they have no block to give
+    int readers = 0; ///< of the measured events
+    int others = 0;  ///< of other types of event
+    int names = 0;   ///< that the measured readers ask for: those of the last blocks; 0: they take every block
+};
 
-/// A writer and a reader that make the calls into the kernel which the exchange demands, and nothing else.
+/// A master, writers and readers that use the library, each a process of its own.
 /// @throws std::runtime_error  one of them failed
-reading measure_reference(const plan& p, const limits& room);
+reading measure_library(const plan& p, const limits& room, const crowd& around = {});
+
+/// Writers and readers that make the calls into the kernel which the exchange demands, and nothing else.
+/// @throws std::runtime_error  one of them failed
+reading measure_reference(manner m, const plan& p, const limits& room);
 
 } // namespace bench
 

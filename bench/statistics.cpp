@@ -31,4 +31,22 @@ std::vector<double> comparison::ratios() const
     return all;
 }
 
+double slope(const std::vector<std::pair<double, double>>& points)
+{
+    const auto count = static_cast<double>(points.size());
+    double x_mean = 0;
+    double y_mean = 0;
+    for (const auto& [x, y] : points) {
+        x_mean += x / count;
+        y_mean += y / count;
+    }
+    double above = 0;
+    double below = 0;
+    for (const auto& [x, y] : points) {
+        above += (x - x_mean) * (y - y_mean);
+        below += (x - x_mean) * (x - x_mean);
+    }
+    return below > 0 ? above / below : 0;
+}
+
 } // namespace bench

@@ -4,6 +4,7 @@
 #define ZRK4_BENCH_STATISTICS_H
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace bench {
@@ -32,6 +33,9 @@ struct comparison {
     /// Subject through base, each inside its round: what changes from round to round touches both.
     std::vector<double> ratios() const;
 };
+
+/// @return by how much `y` grows with `x`: the slope of the straight line of least squares; 0 of fewer than two points.
+double slope(const std::vector<std::pair<double, double>>& points);
 
 } // namespace bench
 

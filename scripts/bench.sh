@@ -1,9 +1,20 @@
 #!/usr/bin/env bash
-# The benchmark: events per second and latency, beside a bare program that makes the same system calls.
-# Arguments are the benchmark's own. With --recovery [ROUNDS]: what a death costs, and the monitor. With --channels: what
-# a look-up of a channel costs, beside a plain loop.
+# The benchmark: the library beside bare programs that make the same system calls, and beside what users would take
+# instead; what was promised, and whether it is kept. The rounds go into a raw record, and the verdict is made of that.
+#
+# usage: scripts/bench.sh [--rounds N] [--record FILE] [--json FILE] [--short] [ARGUMENT OF bm_bench...]
+#        scripts/bench.sh --judge RECORD...
+#        scripts/bench.sh --recovery [ROUNDS]     what a death costs, and the monitor
+#        scripts/bench.sh --channels [ARGUMENT...]  what a look-up of a channel costs, beside a plain loop
 set -euo pipefail
 . "$(dirname "$0")/lib.sh"
+
+readonly bin=build/release/bin
+
+recovery() {
+    build_program bench bm_recovery
+    exec "$bin/bm_recovery" "$@"
+}
 
 # The table and the last line are made of the record and of nothing else.
 channels() {
@@ -11,21 +22,61 @@ channels() {
     [[ " $* " == *" --canary "* ]] && judge=(--canary)
     build_program bench bm_channels
     build_program bench bm_channels_verdict
-    build/release/bin/bm_channels "$record" "$@"
+    "$bin/bm_channels" "$record" "$@"
     printf 'record: %s\n' "$record"
-    exec build/release/bin/bm_channels_verdict "${judge[@]}" "$record"
+    exec "$bin/bm_channels_verdict" "${judge[@]}" "$record"
 }
 
-program=bm_bench
+judge() {
+    build_program bench bm_goals
+    exec "$bin/bm_goals" "$@"
+}
+
 case ${1:-} in
-    --recovery)
-        program=bm_recovery
+    --recovery | --channels | --judge)
+        what=${1#--}
         shift
-        ;;
-    --channels)
-        shift
-        channels "$@"
+        "$what" "$@"
         ;;
 esac
-build_program bench "$program"
-exec "build/release/bin/$program" "$@"
+
+record=build/release/bench.record
+verdict=()
+arguments=()
+whole=yes
+rounds=(5 9) # of everything, and of event building
+sizes=(1 128 256 384 512)
+while (($# > 0)); do
+    case $1 in
+        --rounds) rounds=("$2" "$2") && shift ;;
+        --record) record=$2 && shift ;;
+        --json) verdict=(--json "$2") && shift ;;
+        --short) arguments+=(--seconds 0.02) rounds=(1 1) sizes=(1 64) ;;
+        --only) arguments+=("$1" "$2") whole= && shift ;;
+        *) arguments+=("$1") ;;
+    esac
+    shift
+done
+
+build_program bench bm_bench
+build_program bench bm_goals
+rm -f "$record"
+
+# What is counted is the same in every round.
+count_calls() {
+    local scenarios=(shape/{1/1/1,2/2/2,8/1/8,8/3/8}) kind n
+    for kind in writers readers blocks; do
+        for n in "${sizes[@]}"; do scenarios+=("growth/$kind/$n"); done
+    done
+    echo "counting calls ..." >&2
+    bench/count_calls.sh "$bin/bm_bench" 5 10 library "${scenarios[@]}" >>"$record"
+}
+
+if [[ -n $whole ]]; then count_calls; fi
+"$bin/bm_bench" --rounds "${rounds[0]}" --record "$record" "${arguments[@]}"
+if [[ -n $whole ]] && ((rounds[1] > rounds[0])); then
+    "$bin/bm_bench" --only building --first-round $((rounds[0] + 1)) --rounds $((rounds[1] - rounds[0])) \
+        --record "$record" "${arguments[@]}"
+fi
+printf 'record: %s\n' "$record"
+exec "$bin/bm_goals" "${verdict[@]}" "$record"

@@ -1,13 +1,14 @@
 #!/bin/bash
-# Counts with strace the calls into the kernel that one event costs: of the reference exactly the demanded ones in the
+# Counts with strace the calls into the kernel that an event costs: of the references exactly the demanded ones in the
 # demanded order, of the library no more. Tries that find a lock busy are not counted, and neither is the yielding with
 # which the two processes wait for each other: under a tracer, which stops every call, they meet at locks that are free
 # otherwise.
-# usage: calls.sh BM_BENCH
+# usage: calls.sh BM_BENCH COUNT_CALLS
 set -euo pipefail
 
 readonly events=60 warm_up=5 demanded=35
 bench=$1
+count_calls=$2
 if ! strace -o /dev/null true 2>/dev/null; then
     echo "no strace, or no process may be traced here" >&2
     exit 125
@@ -74,13 +75,22 @@ sleeps_at_once()
         END { exit bad }' "$1"
 }
 
-readonly writers_calls='data count take
+readonly taken='data count take
 data gate take undo
 data gate give undo
 events control take undo
 events count take no-wait
 events gate take undo
+events gate give undo'
+readonly ended='events control take undo
+data gate take undo
+data gate give undo
+data count give
+events gate take undo
 events gate give undo
+events count give
+events control give undo'
+readonly strict_writers="$taken
 clients control take undo
 clients control give undo
 clients control take undo
@@ -91,8 +101,8 @@ events slot take undo
 events slot give undo
 events slot take undo
 sendto
-events slot give undo'
-readonly readers_calls='recv
+events slot give undo"
+readonly strict_readers="recv
 events slot take undo
 events slot give undo
 events slot take undo
@@ -101,14 +111,23 @@ clients slot take undo
 clients slot give undo
 events slot take undo
 events slot give undo
-events control take undo
-data gate take undo
-data gate give undo
-data count give
-events gate take undo
-events gate give undo
-events count give
-events control give undo'
+$ended"
+readonly best_writers="$taken
+clients control take undo
+kill
+clients control give undo
+events control give undo
+events slot take undo
+sendto
+events slot give undo"
+readonly best_readers="recv
+events slot take undo
+events slot give undo
+events slot take undo
+events slot give undo
+clients slot take undo
+clients slot give undo
+$ended"
 
 # same_calls WHO LOG FIRST-CALL EXPECTED: every event has exactly these calls in this order.
 same_calls()
@@ -116,24 +135,52 @@ same_calls()
     local wanted
     wanted=$(counted "$2" "$3" | grep -c '^event')
     diff <(counted "$2" "$3" | in_words) <(for ((i = 0; i < wanted; ++i)); do printf 'event\n%s\n' "$4"; done) \
-        >"$work/difference" || fail "the reference's $1 makes other calls: $(head -n 20 "$work/difference")"
+        >"$work/difference" || fail "the $1 makes other calls: $(head -n 20 "$work/difference")"
 }
 
 # The set that a log's first call which matches works on.
 set_of() { grep -m 1 -- "$1" "$writer_log" | grep -o '[0-9]\+' | head -n 1 || fail "the reference never calls $1"; }
 
-trace reference
-[[ $((writer_counts + reader_counts)) == "$demanded" ]] || fail "the reference: $writer_counts and $reader_counts calls"
-data=$(set_of "$first_of_writer")
-slots=$(set_of 'sem_num=1, sem_op=-1, sem_flg=IPC_NOWAIT')
-clients=$(grep -m 1 -B 1 '^kill' "$writer_log" | grep -o '[0-9]\+' | head -n 1) || fail "the reference never calls kill"
-same_calls writer "$writer_log" "$first_of_writer" "$writers_calls"
-same_calls reader "$reader_log" "$first_of_reader" "$readers_calls"
-sleeps_at_once "$writer_log" || fail "the reference's writer does not sleep on a busy lock"
-sleeps_at_once "$reader_log" || fail "the reference's reader does not sleep on a busy lock"
-echo "reference: $writer_counts calls of the writer and $reader_counts of the reader per event"
+# name_sets: which semaphore set is which.
+name_sets()
+{
+    data=$(set_of "$first_of_writer")
+    slots=$(set_of 'sem_num=1, sem_op=-1, sem_flg=IPC_NOWAIT')
+    clients=$(grep -m 1 -B 1 '^kill' "$writer_log" | grep -o '[0-9]\+' | head -n 1) || fail "a reference never calls kill"
+}
+
+trace strict
+[[ $((writer_counts + reader_counts)) == "$demanded" ]] || fail "strict: $writer_counts and $reader_counts calls"
+name_sets
+same_calls "strict writer" "$writer_log" "$first_of_writer" "$strict_writers"
+same_calls "strict reader" "$reader_log" "$first_of_reader" "$strict_readers"
+sleeps_at_once "$writer_log" || fail "the strict writer does not sleep on a busy lock"
+sleeps_at_once "$reader_log" || fail "the strict reader does not sleep on a busy lock"
+echo "strict: $writer_counts calls of the writer and $reader_counts of the reader per event"
+
+trace best
+name_sets
+same_calls "best writer" "$writer_log" "$first_of_writer" "$best_writers"
+same_calls "best reader" "$reader_log" "$first_of_reader" "$best_readers"
+echo "best: $writer_counts calls of the writer and $reader_counts of the reader per event"
 
 trace library
 most=$(($(tail -n 1 <<<"$writer_counts") + $(tail -n 1 <<<"$reader_counts")))
 ((most <= demanded)) || fail "the library: up to $most calls per event"
 echo "library: up to $(tail -n 1 <<<"$writer_counts") calls of the writer and $(tail -n 1 <<<"$reader_counts") of the reader per event"
+
+# counted_shape SUBJECT W/R/B: calls per event, of so many writers, readers and blocks.
+counted_shape() { "$count_calls" "$bench" 10 30 "$1" "shape/$2" | cut -f 5; }
+
+while read -r shape strict best; do
+    [[ $(counted_shape strict "$shape") == "$strict" ]] || fail "strict, $shape: not $strict calls"
+    [[ $(counted_shape best "$shape") == "$best" ]] || fail "best, $shape: not $best calls"
+    own=$(counted_shape library "$shape")
+    awk "BEGIN { exit !($own > 0 && $own <= $strict) }" || fail "the library, $shape: $own calls, not $strict or fewer"
+    echo "$shape: strict $strict, best $best, library $own"
+done <<'SHAPES'
+1/1/1 35 29
+2/2/2 63 49
+8/1/8 140 106
+8/3/8 166 124
+SHAPES

@@ -1,11 +1,11 @@
 // The command line and the reports.
 #include <initializer_list>
+#include <sstream>
 
 #include <gtest/gtest.h>
 
 #include "options.h"
 #include "report.h"
-#include "suite.h"
 
 namespace bench {
 namespace {
@@ -20,12 +20,15 @@ std::optional<options> parsed(std::initializer_list<const char*> words)
 
 TEST(Options, AreUnderstood)
 {
-    const auto o = parsed({"--rounds", "7", "--seconds", "0.5", "--processors", "3,1", "--json", "out"});
+    const auto o = parsed({"--rounds", "7", "--first-round", "3", "--seconds", "0.5", "--processors", "3,1", "--record",
+                           "out", "--only", "one,building"});
     ASSERT_TRUE(o.has_value());
     EXPECT_EQ(o->rounds, 7);
     EXPECT_DOUBLE_EQ(o->seconds, 0.5);
     EXPECT_EQ(o->processors, (std::vector<int>{3, 1}));
-    EXPECT_EQ(o->json, "out");
+    EXPECT_EQ(o->first_round, 3);
+    EXPECT_EQ(o->record, "out");
+    EXPECT_EQ(o->only, "one,building");
 }
 
 TEST(Options, ShortIsOneRound)
@@ -44,46 +47,55 @@ TEST(Options, NonsenseIsRefused)
     EXPECT_FALSE(parsed({"--seconds", "21"}).has_value());
     EXPECT_FALSE(parsed({"--processors", "1,"}).has_value());
     EXPECT_FALSE(parsed({"--processors", "-1"}).has_value());
-    EXPECT_FALSE(parsed({"--json", ""}).has_value());
-    EXPECT_FALSE(parsed({"--trace", "both"}).has_value());
+    EXPECT_FALSE(parsed({"--record", ""}).has_value());
+    EXPECT_FALSE(parsed({"--trace", "reference"}).has_value());
     EXPECT_FALSE(parsed({"--what"}).has_value());
     EXPECT_FALSE(parsed({"more"}).has_value());
 }
 
-const comparison FAST{EVENTS_PER_SECOND, "1/s",         "1 KiB, one processor", "library",
-                      "reference",       {100, 90, 95}, {100, 100, 100}};
-const comparison SLOW{EVENTS_PER_SECOND, "1/s",        "1 MiB, one processor", "library",
-                      "reference",       {89, 95, 80}, {100, 100, 100}};
-const comparison LATE{"p50", "us", "1 KiB, one processor", "library", "reference", {1, 1, 1}, {10, 10, 10}};
-
-TEST(Goal, IsJudgedByTheMedianOfEveryRow)
+record fast_and_slow()
 {
-    EXPECT_TRUE(goal_met({FAST, LATE})) << "other figures do not count";
-    EXPECT_FALSE(goal_met({FAST, SLOW}));
+    record r;
+    for (const int round : {1, 2, 3}) {
+        r.add({round, "one", "library", "p50_us", 10.0 * round});
+        r.add({round, "one", "strict", "p50_us", 40});
+    }
+    return r;
 }
 
-TEST(TextReport, HasOneHeadingPerFigureAndOneRowPerComparison)
+const std::vector<goal> GOALS{
+    {1, "met", {{"half", {{{"one", "library", "p50_us"}}, {{"one", "strict", "p50_us"}}}, true, 0.8, 0.5}}},
+    {2, "missed", {{"tenth", {{{"one", "library", "p50_us"}}, {{"one", "strict", "p50_us"}}}, true, 0.1, 0}}}};
+
+TEST(TextReport, HasEveryFigureAndEveryVerdict)
 {
-    const std::string text = text_report({}, {FAST, LATE, SLOW});
-    EXPECT_NE(text.find("events per second [1/s]\n  1 KiB, one processor"), std::string::npos) << text;
-    EXPECT_EQ(text.find(EVENTS_PER_SECOND), text.rfind("events per second [1/s]")) << text;
-    EXPECT_NE(text.find("0.95  (0.90 to 1.00)"), std::string::npos) << text;
-    EXPECT_NE(text.find("in every row: missed\n"), std::string::npos) << text;
+    const std::string text = text_report(fast_and_slow(), GOALS);
+    EXPECT_NE(text.find("20.00  (10.00 to 30.00), 3 rounds\n"), std::string::npos) << text;
+    EXPECT_NE(text.find("0.500  (0.250 to 0.750)  <= 0.80 in 3 of 3: met, stretch\n"), std::string::npos) << text;
+    EXPECT_NE(text.find(" 2 missed: missed\n"), std::string::npos) << text;
 }
+
+TEST(TextReport, SaysWhatWasNotMeasured)
+{
+    EXPECT_NE(text_report({}, GOALS).find("not measured: missed\n"), std::string::npos);
+}
+
+TEST(LastLine, CountsTheGoals) { EXPECT_EQ(last_line(fast_and_slow(), GOALS), "goals met: 1 of 2\n"); }
 
 TEST(JsonReport, HasEveryRound)
 {
-    const std::string json = json_report({}, {FAST});
-    EXPECT_NE(json.find("\"subject_values\": [100, 90, 95]"), std::string::npos) << json;
-    EXPECT_NE(json.find("\"ratios\": [1, 0.9, 0.95]"), std::string::npos) << json;
-    EXPECT_NE(json.find("\"goal_met\": true"), std::string::npos) << json;
+    const std::string json = json_report(fast_and_slow(), GOALS);
+    EXPECT_NE(json.find("\"values\": [10, 20, 30]"), std::string::npos) << json;
+    EXPECT_NE(json.find("\"values\": [0.25, 0.5, 0.75], \"at_most\": 0.8, \"met\": true"), std::string::npos) << json;
+    EXPECT_NE(json.find("\"goals_met\": 1"), std::string::npos) << json;
 }
 
 TEST(JsonReport, QuotesWhatTheSystemCallsItself)
 {
-    circumstances how;
-    how.where.processor = "a \"fast\" one\\two\t";
-    EXPECT_NE(json_report(how, {}).find(R"("a \"fast\" one\\two ")"), std::string::npos);
+    std::istringstream in("machine\ta \"fast\" one\\two\n");
+    record r;
+    r.read(in);
+    EXPECT_NE(json_report(r, {}).find(R"("a \"fast\" one\\two")"), std::string::npos) << json_report(r, {});
 }
 
 } // namespace

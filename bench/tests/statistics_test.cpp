@@ -36,5 +36,11 @@ TEST(Comparison, RatiosAreFormedInsideEachRound)
     EXPECT_EQ(c.ratios(), (std::vector<double>{2, 3, 0.5}));
 }
 
+TEST(Slope, IsThatOfTheLineThroughThePoints) { EXPECT_DOUBLE_EQ(slope({{1, 5}, {3, 11}, {2, 8}}), 3); }
+
+TEST(Slope, IsThatOfLeastSquaresWhereThereIsNoSuchLine) { EXPECT_DOUBLE_EQ(slope({{0, 0}, {1, 2}, {2, 2}}), 1); }
+
+TEST(Slope, OfOnePointIsZero) { EXPECT_DOUBLE_EQ(slope({{4, 4}}), 0); }
+
 } // namespace
 } // namespace bench
