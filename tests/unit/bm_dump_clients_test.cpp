@@ -34,7 +34,7 @@ TEST(BmDumps, SayWhenNothingIsAttached)
 
 TEST_F(BmDumpClients, ShowsTheControlBlockFirst)
 {
-    *bm.clictrl = {2, 7, 4, 3, {}, {}};
+    *bm.clictrl = {CLI_C_UPD, 7, 4, 3, {}, {}};
     bm.clictrl->evtyper[0] = 3;
     bm.clictrl->evtyper[31] = -1;
     bm.clictrl->evtypew[31] = 3;

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <type_traits>
 
 #include <gtest/gtest.h>
 
@@ -14,6 +15,12 @@ using namespace zrk4::test;
 using zrk4::impl::client_slot;
 
 namespace {
+
+// Records name their enumerations: a program may keep what it reads in a variable of that type.
+static_assert(std::is_same_v<decltype(zrk4_client_ctrl_block::status), BUF_MNG_CLI_CTRL_STATUS>);
+static_assert(std::is_same_v<decltype(zrk4_client_slot_head::cltype), BUF_MNG_CLI_TYPE>);
+static_assert(std::is_same_v<decltype(zrk4_client_slot_head::evtype), ZRK4_EVTYPE>);
+static_assert(std::is_same_v<decltype(zrk4_client_block::status), BUF_MNG_CLI_STATUS>);
 
 constexpr int NAMES = 3;
 constexpr int LENGTH = 48 + 256 * NAMES + 1; // one over a multiple of 8: slots begin at all eight alignments in turn

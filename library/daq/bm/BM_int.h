@@ -42,7 +42,7 @@ inline constexpr uint64_t EV_SLOT_PATTERN_2024 = 0xFF77FF77FF77FF77;
 
 /// Client control block: start of buffer 0 of the client-slot partition.
 struct BM_PACKED zrk4_client_ctrl_block {
-    int32_t status;                 ///< BUF_MNG_CLI_CTRL_STATUS
+    BUF_MNG_CLI_CTRL_STATUS status;
     int32_t clitotal;               ///< subscribed clients
     int32_t clireader;              ///< subscribed readers
     int32_t cliwriter;              ///< subscribed writers
