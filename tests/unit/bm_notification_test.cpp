@@ -173,14 +173,23 @@ TEST_P(BmNotification, RefusesAClientThatDoesNotRead)
     EXPECT_EQ(slot(1).client_status(0), WAIT);
 }
 
-TEST_P(BmNotification, RefusesNumbersThatAreInNoSlot)
+TEST_P(BmNotification, RefusesNumbersThatAreNoSlots)
 {
     const int c = reader();
     EXPECT_EQ(said([&] {
                   EXPECT_TRUE(bm.notification(0, c, 0)) << "buffer 0 is the control table";
                   EXPECT_TRUE(bm.notification(events_part.getBufferCount(), c, 0));
-                  EXPECT_TRUE(bm.notification(1, c, 1)) << "the event has one client";
-                  EXPECT_TRUE(bm.notification(1, c, INT_MAX));
+              }),
+              "");
+    EXPECT_TRUE(inbox.empty());
+}
+
+TEST_P(BmNotification, IsNotSentToAClientThatTheEventHasNot)
+{
+    const int c = reader();
+    EXPECT_EQ(said([&] {
+                  EXPECT_FALSE(bm.notification(1, c, 1)) << "nothing was to be sent: the event has one client";
+                  EXPECT_FALSE(bm.notification(1, c, INT_MAX));
               }),
               "");
     EXPECT_TRUE(inbox.empty());

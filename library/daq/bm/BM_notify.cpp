@@ -234,7 +234,8 @@ template <class Form> bool bm_core::notify(BM& bm, int evslot, int clslot, int c
         return true;
     }
     const event_slot<Form> slot(*bm.ev_buf, evslot);
-    if (!slot || cln >= slot.nclients()) return true;
+    if (!slot) return true;
+    if (cln >= slot.nclients()) return false; // a client that takes no part waits for nothing
     typename Form::message message{}; // padding goes out as zeros
     message.mtype = owner.pid;
     message.evslot = evslot;
