@@ -229,6 +229,8 @@ TEST_F(BmSubscribed, StatusWordOfTheDescriptorIsAnsweredAsItStands)
     EXPECT_EQ(bm.if_cl_slot_free(n), -2);
     bm.cl_buf.load()->get_bufptr()[n].status = 0;
     EXPECT_EQ(semops_of([&] { bm.if_cl_slot_free(n); }), 0) << "no lock";
+    seen_bm unattached;
+    EXPECT_EQ(unattached.if_cl_slot_free(n), 1) << "without partitions nobody holds one";
 }
 
 TEST_F(BmSubscribed, BeforeInitThereIsNobody)

@@ -163,7 +163,8 @@ class BM_API BM : public C_shm_mpool {
     /// @param queue  out, may be null: the port of a reader's slot; untouched for a writer's
     /// @return 0 freed, 1 no such slot.
     int free_cl_slot(int bnum, int* queue);
-    /// @return the status word of the slot's descriptor: bit 1 SET MEANS FREE. No lock, no check of `bnum`.
+    /// @return the status word of the slot's descriptor: bit 1 SET MEANS FREE. No lock, no check of `bnum`. Without
+    /// partitions every slot is free.
     int if_cl_slot_free(int bnum);
 
     // ---- the way of an event ----------------------------------------------------------------------------------------

@@ -211,7 +211,11 @@ void bm_core::empty_client_slot(BM& bm, int slot, int* port)
     clients.return_buffer(slot);
 }
 
-int BM::if_cl_slot_free(int bnum) { return word_unlocked(&cl_buf.load()->get_bufptr()[bnum].status); }
+int BM::if_cl_slot_free(int bnum)
+{
+    const C_shm_buffer* clients = cl_buf;
+    return clients == nullptr ? BUF_QUEUED : word_unlocked(&clients->get_bufptr()[bnum].status);
+}
 
 void BM::cl_subscribed(int* writers, int* readers)
 {
