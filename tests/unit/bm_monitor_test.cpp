@@ -7,6 +7,7 @@
 #include <fstream>
 #include <regex>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -114,16 +115,30 @@ TEST_F(MonitorThread, StartsAndStopsWithAnyPeriod)
     }
 }
 
-// Nobody asks whether one runs. The first one is out of reach then, and ends with the second.
-TEST_F(MonitorThread, SecondStartRunsASecondThreadAndTheStopEndsBoth)
+// Nobody asks whether one runs.
+TEST_F(MonitorThread, SecondStartRunsASecondThreadAndTheStopEndsBothAtOnce)
 {
+    bm.set_monitoring_period(100'000'000);
     ASSERT_FALSE(bm.start_monitor());
-    const pthread_t first = bm.pid;
     ASSERT_FALSE(bm.start_monitor());
     EXPECT_TRUE(threads_more(2));
     EXPECT_FALSE(bm.stop_monitor());
-    EXPECT_EQ(pthread_join(first, nullptr), 0);
     expect_stopped();
+}
+
+TEST_F(MonitorThread, OneWhosePlaceAFailedStartTookEndsWithTheStop)
+{
+    bm.set_monitoring_period(100'000'000);
+    ASSERT_FALSE(bm.start_monitor());
+    captured_output captured;
+    {
+        const fault none_left = fault::fails("pthread_create", EAGAIN);
+        EXPECT_TRUE(bm.start_monitor());
+    }
+    EXPECT_EQ(bm.pid, 0U);
+    EXPECT_FALSE(bm.stop_monitor());
+    expect_stopped();
+    EXPECT_EQ(captured.out() + captured.err(), "Failed to start monitor thread\n");
 }
 
 TEST_F(MonitorThread, StopOfOneThatNeverRanTouchesNoFlag)
@@ -261,6 +276,21 @@ TEST_F(MonitorThread, BodyReturnsAtOnceWithoutTheRunFlag)
     bm.set_monitoring_period(100'000'000);
     bm.monitor_exec();
     EXPECT_EQ(monitor_thread(&bm), nullptr) << "the entry too";
+}
+
+TEST_F(MonitorThread, EntryBlocksTheSignalsOfTheProgramAndNoOther)
+{
+    sigset_t before;
+    sigset_t behind;
+    std::thread([&] {
+        pthread_sigmask(SIG_SETMASK, nullptr, &before);
+        monitor_thread(&bm);
+        pthread_sigmask(SIG_SETMASK, nullptr, &behind);
+    }).join();
+    for (int number = 1; number < NSIG; ++number) {
+        EXPECT_EQ(sigismember(&behind, number), is_for_the_program(number) ? 1 : sigismember(&before, number))
+            << number;
+    }
 }
 
 TEST_F(MonitorThread, MasterHasOneAndNobodyElse)

@@ -5,10 +5,12 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <thread>
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
+#include "bm_core.h"
 #include "reader_host.h"
 #include "thread_calls.h"
 
@@ -490,6 +492,25 @@ TEST_P(ReaderSubscribes, ThreadBlocksTheSignalsOfTheProgramAndNotItsOwn)
         EXPECT_EQ(sigismember(&mask, number), 1) << number;
     for (const int number : {SIGABRT, SIGHUP, SIGSEGV, SIGPIPE, SIGCHLD})
         EXPECT_EQ(sigismember(&mask, number), 0) << number;
+}
+
+// Called by a thread of the program, the entry leaves nothing else behind in it.
+TEST_F(ReaderStart, EntryBlocksTheSignalsOfTheProgramAndNoOther)
+{
+    sigset_t before;
+    sigset_t behind;
+    bool marked = true;
+    std::thread([&] {
+        pthread_sigmask(SIG_SETMASK, nullptr, &before);
+        EXPECT_EQ(reader_thread(&bm), nullptr);
+        pthread_sigmask(SIG_SETMASK, nullptr, &behind);
+        marked = zrk4::impl::is_reader_thread;
+    }).join();
+    for (int number = 1; number < NSIG; ++number) {
+        EXPECT_EQ(sigismember(&behind, number), is_for_the_program(number) ? 1 : sigismember(&before, number))
+            << number;
+    }
+    EXPECT_FALSE(marked);
 }
 
 TEST_P(ReaderSubscribes, StopWaitsForTheHandlerWithoutSignallingItAgain)

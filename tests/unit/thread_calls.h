@@ -39,6 +39,13 @@ class failing {
     thread_call& call_;
 };
 
+/// Whether a signal is meant for the program's own threads, and not for those of a buffer manager.
+inline bool is_for_the_program(int signal)
+{
+    return signal == SIGIO || signal == SIGINT || signal == SIGTERM || signal == SIGALRM || signal == SIGUSR1 ||
+           signal == SIGUSR2;
+}
+
 /// Threads of this process; one that was joined can be seen a moment longer.
 inline long threads_now()
 {

@@ -2,6 +2,7 @@
 #include "BM.h"
 
 #include <cstdio>
+#include <utility>
 
 #include "bm_core.h"
 #include "signal_thread.h"
@@ -17,6 +18,12 @@ void monitor_int_handler(int signal)
 {
     if (signal == SIGABRT && !is_reader_thread) monitor_go = false;
 }
+
+namespace {
+
+bool never_busy() { return false; }
+
+} // namespace
 
 bool BM::start_monitor()
 {
@@ -34,7 +41,12 @@ bool BM::start_monitor()
         return true; // the mask stays as it is now: deliberate
     }
     monitor_go = true;
-    const auto entry = [](void* bm) { return monitor_thread(static_cast<BM*>(bm)); };
+    if (pid != 0) own->earlier_monitors.push_back(pid);
+    const auto entry = [](void* bm) {
+        void* const result = monitor_thread(static_cast<BM*>(bm));
+        change_abort(SIG_BLOCK); // the stop's signal may come to one that ends by itself: not while it is taken apart
+        return result;
+    };
     const bool failed = pthread_create(&pid, &attributes, entry, this) != 0;
     if (failed) {
         say_plain("Failed to start monitor thread\n");
@@ -48,10 +60,13 @@ bool BM::start_monitor()
 
 bool BM::stop_monitor()
 {
-    if (pid == 0) return false;
+    if (pid == 0 && own->earlier_monitors.empty()) return false;
     const text_later texts;
     monitor_go = false;
-    const thread_end end = signal_and_join(pid, [] { return false; });
+    // Those whose place a further start took are left by nobody else: they would work on for an object that has gone.
+    for (const pthread_t earlier : std::exchange(own->earlier_monitors, {})) signal_and_join(earlier, never_busy);
+    if (pid == 0) return false;
+    const thread_end end = signal_and_join(pid, never_busy);
     if (end == thread_end::not_signalled)
         say_plain("Failed to kill my monitoring thread: %ld\n", static_cast<long>(pid));
     if (end == thread_end::not_joined) say_plain("Joining monitoring thread failed \n");
@@ -63,6 +78,5 @@ void* monitor_thread(BM* bm)
 {
     block_program_signals();
     bm->monitor_exec();
-    change_abort(SIG_BLOCK); // the stop's signal may come to one that ends by itself: not while it is taken apart
     return nullptr;
 }

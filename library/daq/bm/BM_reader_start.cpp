@@ -153,7 +153,14 @@ bool BM::start_reader()
     const sigset_t before = change_abort(SIG_BLOCK);
     ++own->reader_generation;
     reader_go = true;
-    if (pthread_create(&rid, &attributes, reader_thread, this) != 0) {
+    const auto entry = [](void* bm) {
+        is_reader_thread = true; // to its very end
+        change_abort(SIG_UNBLOCK);
+        void* const result = reader_thread(bm);
+        change_abort(SIG_BLOCK); // as the monitor's thread: no signal while it is taken apart
+        return result;
+    };
+    if (pthread_create(&rid, &attributes, entry, this) != 0) {
         say_plain("Failed to start reader thread\n");
         if (qid != -1) close(qid);
         reader_go = false;
@@ -168,11 +175,8 @@ bool BM::start_reader()
 
 void* reader_thread(void* bm)
 {
-    is_reader_thread = true; // to its very end
     block_program_signals();
-    change_abort(SIG_UNBLOCK);
     static_cast<BM*>(bm)->reader_exec();
-    change_abort(SIG_BLOCK); // as the monitor's thread: no signal while it is taken apart
     return nullptr;
 }
 

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include <cxxabi.h>
+#include <sys/time.h>
 
 #include "BM.h"
 #include "event_slot.h"
@@ -31,6 +32,8 @@ struct bm_private {
     /// Counts reader threads: one that was left behind by an unsubscribe inside its callback ends at the next look.
     std::atomic<unsigned> reader_generation{0};
     std::atomic<bool> in_callback{false};
+    /// Monitor threads whose place in `pid` a further start has taken.
+    std::vector<pthread_t> earlier_monitors;
 };
 
 /// Runs an operation that lets no exception out; `failed` is its answer then. Thread cancellation passes.
@@ -60,9 +63,9 @@ inline bool is_event_type(int evtype) { return static_cast<unsigned>(evtype) < Z
 
 inline time_stamp time_now()
 {
-    timespec now{};
-    clock_gettime(CLOCK_REALTIME, &now);
-    return {static_cast<uint32_t>(now.tv_sec), static_cast<uint32_t>(now.tv_nsec / 1000)};
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    return {static_cast<uint32_t>(now.tv_sec), static_cast<uint32_t>(now.tv_usec)};
 }
 
 /// Head reader of an event type, null when there is none.
