@@ -1,6 +1,8 @@
 // A writer: samples the load of the host at regular times and hands each sample over as one block.
-//   example_writer [--name NAME] [--start EPOCH-SECONDS] [--events N] [--period MILLISECONDS] [--records 2010|2024]
-// Several of them, with different names and the same start, build events together.
+//   example_writer [--name NAME] [--start EPOCH-SECONDS] [--events N] [--period MILLISECONDS] [--marked N]
+//                 [--records 2010|2024]
+// Several of them, with different names and the same start, build events together. Trigger bit 0 is set in every block,
+// bit 1 in those of every N-th tick.
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -48,7 +50,8 @@ int write_samples(const options& given)
         char* at = wait_for_buffer(bm, BYTES, partition, number);
         std::array<double, 3> load{};
         getloadavg(load.data(), 3);
-        zrk4::sb_write block(at, BYTES, form_of(bm), {name, time_of(tick, period), tick & 0x7FFFFFFF, 1});
+        const int trigger = tick % given.number("marked", 5) == 0 ? 3 : 1;
+        zrk4::sb_write block(at, BYTES, form_of(bm), {name, time_of(tick, period), tick & 0x7FFFFFFF, trigger});
         block.sub_block("LOAD", ZRK4_BLOCK_3CHAN_2010, load.data(), sizeof load);
         block.finish();
         if (bm.ev_update(EVENT, partition, number)) std::puts("refused");
