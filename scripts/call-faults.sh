@@ -43,14 +43,6 @@ rm -rf "$folder"
 build/release/bin/call_faults --folder "$folder" --programs build/release/bin "${arguments[@]}" || die "the sweep broke off"
 status=0
 verdict=$(build/release/bin/call_faults_summary "$folder/record") || status=$?
-if [[ $canary == yes ]]; then
-    if ((status == 1)); then
-        status=0
-        echo "canary: the lost buffer was reported"
-    else
-        status=1
-        echo "canary: the lost buffer WENT UNNOTICED"
-    fi
-fi
+if [[ $canary == yes ]]; then judge_canary "the lost buffer"; fi
 printf 'record: %s/record\n%s\n' "$folder" "$verdict"
 exit "$status"

@@ -23,6 +23,17 @@ quietly() {
     return "$status"
 }
 
+# A planted fault must have been reported: by a verdict whose status is 1, and no other. Makes of it the script's own.
+judge_canary() {
+    if ((status == 1)); then
+        status=0
+        echo "canary: $1 was reported"
+    else
+        status=1
+        echo "canary: $1 WENT UNNOTICED"
+    fi
+}
+
 # Builds one program for a script that a person runs: the release tree, and of it no more than that. A tree that exists
 # keeps its options, so that a developer's tests stay configured.
 build_program() {

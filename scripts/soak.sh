@@ -75,14 +75,6 @@ mkdir -p "$folder"
 build/release/bin/soak --folder "$folder" --seconds "$seconds" "${arguments[@]}" || die "the run broke off"
 status=0
 verdict=$(build/release/bin/soak_summary "$folder/record") || status=$?
-if [[ -n $canary ]]; then
-    if ((status == 1)); then
-        status=0
-        echo "canary: $canary was reported"
-    else
-        status=1
-        echo "canary: $canary WENT UNNOTICED"
-    fi
-fi
+if [[ -n $canary ]]; then judge_canary "$canary"; fi
 printf 'record: %s/record, seed %s\n%s\n' "$folder" "$(field "$folder/record" seed)" "$verdict"
 exit "$status"

@@ -51,11 +51,8 @@ class CheckTraffic : public CleanNamespace, public testing::WithParamInterface<t
 
     void write(int writer)
     {
-        made.wait();
         BM bm;
-        const int id = on.join_as_writer(bm, writer);
-        ready.open();
-        ready.wait();
+        const int id = on.meet_as_writer(bm, writer, made, ready);
         // Every writer has a part in every event: they stop after the same one.
         int e = 0;
         for (; !over.is_open() && e < MOST_EVENTS; ++e) put_event(bm, id, e, writer);
@@ -69,7 +66,7 @@ class CheckTraffic : public CleanNamespace, public testing::WithParamInterface<t
     }
     void put_event(BM& bm, int id, int event, int writer)
     {
-        for (int b = 0; b < on.blocks; ++b) ASSERT_FALSE(on.send(bm, id, event, writer, b)) << "false: it was entered";
+        ASSERT_FALSE(on.send_all(bm, id, event, writer)) << "false: all were entered";
     }
 
     void take()

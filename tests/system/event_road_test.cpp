@@ -56,14 +56,9 @@ class EventRoad : public CleanNamespace, public testing::WithParamInterface<road
 
     void write(int writer)
     {
-        made.wait();
         BM bm;
-        const int id = on.join_as_writer(bm, writer);
-        ready.open();
-        ready.wait();
-        for (int e = 0; e < EVENTS; ++e) {
-            for (int b = 0; b < on.blocks; ++b) ASSERT_FALSE(on.send(bm, id, e, writer, b)) << "false: it was entered";
-        }
+        const int id = on.meet_as_writer(bm, writer, made, ready);
+        for (int e = 0; e < EVENTS; ++e) ASSERT_FALSE(on.send_all(bm, id, e, writer)) << "false: all were entered";
         sent.open();
         leave.wait();
     }

@@ -11,6 +11,7 @@
 #include "../unit/slot_bytes.h"
 #include "BM.h"
 #include "captured_output.h"
+#include "latch.h"
 #include "partition_ids.h"
 
 namespace zrk4::test {
@@ -77,6 +78,15 @@ struct road {
         if (subscribe(bm, CLI_T_WRITER, names_of(writer)) <= 0) throw std::runtime_error("not subscribed");
         return std::stoi(bm.find_by_name(data_name(writer).c_str())->getStat("shmid"));
     }
+    /// The same when the partitions are made; returns when everybody else is there, too.
+    int meet_as_writer(BM& bm, int writer, latch& made, latch& ready) const
+    {
+        made.wait();
+        const int id = join_as_writer(bm, writer);
+        ready.open();
+        ready.wait();
+        return id;
+    }
     int subscribe(BM& bm, BUF_MNG_CLI_TYPE cltype, std::list<std::string> names) const
     {
         zrk4_client all{};
@@ -92,6 +102,14 @@ struct road {
         const std::string bytes = bytes_of(event, writer, block);
         std::memcpy(at, bytes.data(), bytes.size());
         return bm.ev_update(ROAD_TYPE, id, bnum);
+    }
+    /// All blocks of that writer. @return whether one was refused.
+    bool send_all(BM& bm, int data_id, int event, int writer) const
+    {
+        for (int b = 0; b < blocks; ++b) {
+            if (send(bm, data_id, event, writer, b)) return true;
+        }
+        return false;
     }
 };
 

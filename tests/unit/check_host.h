@@ -33,6 +33,16 @@ class CheckHost : public EventHost {
         return wanted;
     }
     lines found(bool repair = false) const { return lines_of(bm_check(request(repair))); }
+    /// A repair lists the buffer as held by this process, where that is asked for, and leaves it alone.
+    void expect_held_here(int buffer)
+    {
+        bm_check_request asked = request(true);
+        asked.list_held = true;
+        const std::string text = ": buffer " + std::to_string(buffer) + " is held by process " +
+                                 std::to_string(getpid()) + ", and was in no event for the whole observation";
+        EXPECT_EQ(lines_of(bm_check(asked)), lines{"4 undecidable " + at("T_DATA", buffer, getpid()) + text});
+        EXPECT_FALSE(block_is_free(buffer));
+    }
     /// Told, mended, and then nothing left to tell.
     void expect_mended(const lines& broken) const
     {

@@ -143,14 +143,23 @@ TEST_F(CheckQueue, LeavesAPartitionThatNobodyUses)
     remove_set();
 }
 
+namespace {
+
+void expect_not_looked_at(const bm_check_report& report, bm_check_state why, const std::string& text)
+{
+    EXPECT_TRUE(report.clean());
+    ASSERT_EQ(report.partitions.size(), 1U);
+    EXPECT_EQ(report.partitions[0].state, why);
+    EXPECT_EQ(report.partitions[0].text, text);
+}
+
+} // namespace
+
 TEST(CheckPartition, ThatIsNotThereIsAnAnswer)
 {
     const bm_check_report report = bm_check_partition("T_NONE", quick());
-    EXPECT_TRUE(report.clean());
+    expect_not_looked_at(report, bm_check_state::missing, "there is no partition of this name");
     EXPECT_FALSE(report.complete());
-    ASSERT_EQ(report.partitions.size(), 1U);
-    EXPECT_EQ(report.partitions[0].state, bm_check_state::missing);
-    EXPECT_EQ(report.partitions[0].text, "there is no partition of this name");
 }
 
 TEST_F(CheckQueue, OfAnotherVersionIsAnAnswer)
@@ -158,10 +167,7 @@ TEST_F(CheckQueue, OfAnotherVersionIsAnAnswer)
     raw.put_int32(AT_VERSION, 101);
     const bm_check_report report = bm_check_partition(NAME, quick());
     raw.put_int32(AT_VERSION, 102);
-    EXPECT_TRUE(report.clean());
-    ASSERT_EQ(report.partitions.size(), 1U);
-    EXPECT_EQ(report.partitions[0].state, bm_check_state::other_version);
-    EXPECT_EQ(report.partitions[0].text, "its layout version is 101, not 102");
+    expect_not_looked_at(report, bm_check_state::other_version, "its layout version is 101, not 102");
 }
 
 TEST_F(CheckQueue, LongerThanItsSegmentIsAnAnswer)
@@ -169,9 +175,7 @@ TEST_F(CheckQueue, LongerThanItsSegmentIsAnAnswer)
     raw.put_int32(AT_NBUF, 1000000);
     const bm_check_report report = bm_check_partition(NAME, quick());
     raw.put_int32(AT_NBUF, 3);
-    ASSERT_EQ(report.partitions.size(), 1U);
-    EXPECT_EQ(report.partitions[0].state, bm_check_state::damaged);
-    EXPECT_EQ(report.partitions[0].text, "1000000 buffers of 100 bytes do not fit into its segment");
+    expect_not_looked_at(report, bm_check_state::damaged, "1000000 buffers of 100 bytes do not fit into its segment");
 }
 
 } // namespace

@@ -260,12 +260,7 @@ TEST_P(CheckReturning, AMarkWhoseBufferIsBackIsForgotten)
 TEST_P(CheckSlots, HeldBuffersAreListedOnRequest)
 {
     const int b = put({});
-    bm_check_request asked = request(true);
-    asked.list_held = true;
-    EXPECT_EQ(lines_of(bm_check(asked)), (lines{"4 undecidable " + at("T_DATA", b, getpid()) + ": buffer " +
-                                                std::to_string(b) + " is held by process " + std::to_string(getpid()) +
-                                                ", and was in no event for the whole observation"}));
-    EXPECT_FALSE(block_is_free(b));
+    expect_held_here(b);
 }
 
 TEST_P(CheckSlots, AnEventIsEndedWhoseReaderHasAYoungerProcessInItsPlace)
