@@ -171,7 +171,7 @@ void BM::dump_cl_slots(std::ostream& os)
 {
     const decimal_stream format(os);
     const C_shm_buffer* clients = cl_buf;
-    if (clients == nullptr) {
+    if (clients == nullptr || clients->valid() == 0) {
         os << "BM::dump_cl_slots() Global partition not accessed" << std::endl;
         return;
     }
@@ -192,7 +192,7 @@ void BM::dump_ev_slots(std::ostream& os)
 {
     const decimal_stream format(os);
     const C_shm_buffer* events = ev_buf;
-    if (events == nullptr) {
+    if (events == nullptr || events->valid() == 0) {
         os << "BM::dump_ev_slots() Global partition not accessed" << std::endl;
         return;
     }

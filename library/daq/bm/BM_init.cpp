@@ -108,6 +108,7 @@ bool BM::init()
     __atomic_store_n(&bm_bad_format_events, 0, __ATOMIC_RELAXED);
     bm_core::set_default_readers(*this);
     try {
+        bm_core::drop_lost(*this);
         return master ? bm_core::attach_as_master(*this) : bm_core::attach_to_masters(*this);
     } catch (const SysError&) {
         forced_clean();
@@ -134,6 +135,15 @@ void bm_core::drop(BM& bm, const char* name)
         if (watched) bm.start_monitor();
     }
     bm.remove(name);
+}
+
+// What another object of this process has removed would stand in the way of what is there under that name now.
+void bm_core::drop_lost(BM& bm)
+{
+    for (const char* name : {bm.clname, bm.evname}) {
+        const C_shm_buffer* part = bm.find_by_name(name);
+        if (part != nullptr && part->valid() == 0) drop(bm, name);
+    }
 }
 
 bm_core::slot_partitions bm_core::found_in_pool(BM& bm)

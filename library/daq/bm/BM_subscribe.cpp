@@ -25,6 +25,8 @@ int BM::subscribe(ZRK4_EVTYPE evtype, BUF_MNG_CLI_TYPE cltype, zrk4_client* clpr
                                            : client_slot::names_that_fit<zrk4_client_writer>(room);
     if (static_cast<int64_t>(names.size()) > fit) return -1;
     try {
+        require_access(clients);
+        require_access(*ev_buf);
         // By the port: the socket alone may be one that only sends. A reader that cannot hear gets no slot.
         if (cltype == CLI_T_READER && port < 0) start_reader();
         if (cltype == CLI_T_READER && port < 0) return -1;
@@ -107,6 +109,7 @@ int BM::unsubscribe(ZRK4_EVTYPE evtype, BUF_MNG_CLI_TYPE cltype)
     if (slots.empty() || cl_buf == nullptr) return -1;
     int last_freed = -1;
     try {
+        require_access(*cl_buf);
         for (auto at = slots.begin(); at != slots.end();) {
             const int slot = *at;
             const bool ours = bm_core::still_ours(*this, slot);
@@ -214,7 +217,7 @@ void bm_core::empty_client_slot(BM& bm, int slot, int* port)
 int BM::if_cl_slot_free(int bnum)
 {
     const C_shm_buffer* clients = cl_buf;
-    return clients == nullptr ? BUF_QUEUED : word_unlocked(&clients->get_bufptr()[bnum].status);
+    return clients == nullptr || clients->valid() == 0 ? BUF_QUEUED : word_unlocked(&clients->get_bufptr()[bnum].status);
 }
 
 void BM::cl_subscribed(int* writers, int* readers)

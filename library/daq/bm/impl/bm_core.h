@@ -128,6 +128,7 @@ struct bm_core {
     static void publish(BM& bm, const slot_partitions& parts);
     static bool give_up(BM& bm);
     static void drop(BM& bm, const char* name);
+    static void drop_lost(BM& bm);
 
     // BM_subscribe.cpp: client slots
     static int take_client_slot(C_shm_buffer& clients);

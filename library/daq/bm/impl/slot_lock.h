@@ -17,7 +17,19 @@
 namespace zrk4::impl {
 
 /// Whether slot `n` exists and can be locked. Slot 0 is the control record, not a slot.
-inline bool is_slot(const C_shm_buffer* part, int n) { return part != nullptr && n > 0 && n < part->getBufferCount(); }
+inline bool is_slot(const C_shm_buffer* part, int n)
+{
+    return part != nullptr && n > 0 && n < part->getBufferCount() && part->valid() != 0;
+}
+
+/// A partition that another object of this process has removed is gone from its memory too: to whoever asks for a lock
+/// of it that is what it is to a process whose semaphores somebody has removed.
+inline void require_access(const C_shm_buffer& part)
+{
+    if (part.valid() != 0) return;
+    errno = EIDRM;
+    throw SysError();
+}
 
 /// Holds lock `slot` of a slot partition (0: its control record) for the life of the guard. Not recursive.
 /// A signal repeats the try unless `go_on` says no (monitor).
@@ -28,6 +40,7 @@ class slot_lock {
     slot_lock(const C_shm_buffer& part, int slot) : slot_lock(part, slot, [] { return true; }) {}
     template <class GoOn> slot_lock(const C_shm_buffer& part, int slot, GoOn go_on) : part_(&part), slot_(slot)
     {
+        require_access(part);
         // ctrl() refuses a lock that does not exist at once and for ever: a loop on it would never end.
         if (slot < 0 || slot >= part.getBufferCount() || !has_buffer_locks(part))
             throw std::logic_error("no such slot");
