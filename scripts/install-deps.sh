@@ -2,7 +2,7 @@
 # Installs what is missing for a purpose; does nothing, and needs no network, where everything is there.
 # Package names hold for Debian 12 and Ubuntu 24.04.
 #
-# usage: scripts/install-deps.sh build|test|bench|fuzz
+# usage: scripts/install-deps.sh build|test|bench|docs|fuzz
 set -euo pipefail
 
 # What must be there, and the package that brings it: a command, or a file by its path.
@@ -13,6 +13,7 @@ readonly TEST=("${BUILD[@]}" clang++:clang clang-format-14:clang-format-14 clang
     shellcheck:shellcheck git:git cmp:diffutils ipcs:util-linux unshare:util-linux setarch:util-linux nm:binutils
     strace:strace spin:spin gcc:gcc pkg-config:pkgconf /usr/include/gtest/gtest.h:libgtest-dev)
 readonly BENCH=("${BUILD[@]}" strace:strace)
+readonly DOCS=(mkdocs:mkdocs doxygen:doxygen)
 readonly FUZZ=("${BUILD[@]}" clang++:clang libclang_rt.fuzzer-x86_64.a:libclang-rt-dev)
 
 is_there() {
@@ -38,9 +39,10 @@ case ${1:-} in
     build) needs=("${BUILD[@]}") ;;
     test) needs=("${TEST[@]}") ;;
     bench) needs=("${BENCH[@]}") ;;
+    docs) needs=("${DOCS[@]}") ;;
     fuzz) needs=("${FUZZ[@]}") ;;
     *)
-        echo "usage: ${0##*/} build|test|bench|fuzz" >&2
+        echo "usage: ${0##*/} build|test|bench|docs|fuzz" >&2
         exit 2
         ;;
 esac

@@ -17,7 +17,7 @@ TEXT
 }
 
 presets=(release asan-ubsan tsan)
-checks=(layout mistakes second_compiler soak kill_sweep call_faults hostile_data model)
+checks=(layout mistakes second_compiler soak kill_sweep call_faults hostile_data model documentation)
 while (($# > 0)); do
     case $1 in
         --quick)
@@ -77,6 +77,8 @@ call_faults() { scripts/call-faults.sh --sample; }
 
 # The searches that take a minute together; scripts/model.sh makes all of them.
 model() { scripts/model.sh --sample; }
+
+documentation() { scripts/docs.sh; }
 
 # Segments and semaphore sets of the host, and running programs of this tree, one per line: what lies in a namespace of
 # its own goes with the last process in it, and no sooner.

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs the reader and the writer of README.md against each other, in an IPC namespace of their own: once to their end,
+# Runs the reader and the writer of a page against each other, in an IPC namespace of their own: once to their end,
 # once interrupted as a terminal does it. Neither leaves anything behind.
 #
 # usage: readme_programs.sh READER WRITER

@@ -115,14 +115,14 @@ class sb_write {
         append_record(ZRK4_ENV_DICT_BLOCK_2010, entry);
     }
 
-    /// Values of slow channels by their index. @param status  0: the value is valid
+    /// Values of slow channels by their index. A status of 0 says that the value is valid.
     void environment(std::string_view name) { sub_block(name, ZRK4_ENV_BLOCK_2010); }
     void environment_value(int32_t index, time_stamp taken, float value, int32_t status = 0)
     {
         append_record(ZRK4_ENV_BLOCK_2010, zrk4_env_data_block_2010{index, status, taken, value});
     }
 
-    /// Values of properties by their name. @param status  0: the value is valid
+    /// Values of properties by their name. A status of 0 says that the value is valid.
     void update(std::string_view name) { sub_block(name, ZRK4_UPD_BLOCK_2010); }
     void update_value(std::string_view property, time_stamp taken, float value, int32_t status = 0)
     {
