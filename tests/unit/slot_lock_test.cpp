@@ -12,6 +12,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "C_shm_kill.h"
 #include "captured_output.h"
 #include "child.h"
 #include "clean_namespace.h"
@@ -98,10 +99,19 @@ TEST_F(SlotLock, SlotThatDoesNotExistIsRefusedAtOnceAndSilently)
 TEST_F(SlotLock, PartitionWithoutSuchLocksIsRefusedAtOnceAndSilently)
 {
     const C_shm_buffer bare("T_BARE", 4, 64, false);
-    const C_shm_buffer detached;
     captured_output captured;
     EXPECT_THROW(slot_lock(bare, 1), std::logic_error);
-    EXPECT_THROW(slot_lock(detached, 0), std::logic_error);
+    EXPECT_EQ(captured.out(), "");
+}
+
+TEST_F(SlotLock, PartitionThatIsGoneIsRefusedAsOneWithoutItsSet)
+{
+    const C_shm_buffer lost("T_LOST", 4, 64, true);
+    {
+        const C_shm_kill removed("T_LOST");
+    }
+    captured_output captured;
+    EXPECT_THROW(slot_lock(lost, 1), SysError);
     EXPECT_EQ(captured.out(), "");
 }
 
