@@ -44,13 +44,6 @@ int32_t live_segment::int32(size_t offset) const
     return value;
 }
 
-int64_t live_segment::int64(size_t offset) const
-{
-    int64_t value = 0;
-    std::memcpy(&value, at(offset, sizeof value), sizeof value);
-    return value;
-}
-
 std::string live_segment::text(size_t offset, size_t room) const
 {
     const char* first = at(offset, room);

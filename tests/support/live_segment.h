@@ -27,7 +27,6 @@ class live_segment {
     size_t size() const { return size_; }
     uint8_t byte(size_t offset) const;
     int32_t int32(size_t offset) const;
-    int64_t int64(size_t offset) const;
     /// The NUL-terminated text at `offset`, cut at `room` bytes.
     std::string text(size_t offset, size_t room = 256) const;
     std::string bytes(size_t offset, size_t count) const;

@@ -300,15 +300,19 @@ TEST_P(BmFullSlot, RefusesTheNextBlockAsSurplus)
 TEST_P(BmFullSlot, BelievesNoCountThatDoesNotFit)
 {
     used_slot();
+    const auto behind_the_slot = [this] {
+        return std::string(events_part.buffer_addr(2), events_part.buffer_addr(9) + events_part.getBufferLength());
+    };
+    const std::string before = behind_the_slot();
     for (const int clients : {INT_MAX, 1000, -1}) {
         for (const int filled : {INT_MAX, 1000, -1}) {
             slot(1).put(&slot_layout::nclients, clients);
             slot(1).put(&slot_layout::sbfilled, filled);
             slot(1).put(&slot_layout::nsblocks, INT_MAX);
-            said([&] { bm.ev_update(TYPE, data_id, put({.server = "A"}), 1); }); // memory stays whole
+            said([&] { bm.ev_update(TYPE, data_id, put({.server = "A"}), 1); });
+            EXPECT_TRUE(behind_the_slot() == before) << clients << " clients, " << filled << " entries";
         }
     }
-    SUCCEED();
 }
 
 // ---- head readers that are missing

@@ -127,7 +127,7 @@ TEST_F(PartitionModes, RefusedPinningIsAnError)
 
 TEST_F(PartitionModes, SuperuserPinsAndUnpins)
 {
-    if (geteuid() != 0) GTEST_SKIP() << "only the superuser may";
+    const fault superuser = fault::returns("geteuid", 0, 1, FOR_EVER); // the kernel lets the owner do so, too
     part.lock(true);
     EXPECT_STREQ(part.Error(), "No error");
     EXPECT_TRUE(pinned());
