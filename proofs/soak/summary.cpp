@@ -48,6 +48,7 @@ std::string complaints(const figures& seen)
     if (seen.kills == 0) out << "nobody was killed\n";
     if (seen.blocks == 0) out << "no block arrived\n";
     for (const auto& [what, times] : seen.what) out << "wrong: " << what << ", " << times << " times\n";
+    if (!seen.repaired) out << "nothing was repaired in the end\n";
     const uint64_t without_repair = seen.repaired ? seen.lost_before : seen.lost;
     if (without_repair > seen.kills)
         out << "lost " << without_repair << " buffers, at most " << seen.kills << " can be explained\n";

@@ -15,7 +15,7 @@ struct figures {
     uint64_t blocks = 0; ///< that readers found sound
     uint64_t wrong = 0;
     uint64_t lost_before = 0;             ///< buffers that did not come back by themselves
-    uint64_t lost = 0;                    ///< nor by a repair, where there was one
+    uint64_t lost = 0;                    ///< nor by the repair
     bool repaired = false;                ///< there was a repair
     bool complete = false;                ///< the run came to its end
     std::map<std::string, uint64_t> what; ///< how often each wrong thing
