@@ -509,6 +509,20 @@ TEST(RunBlockMerge, FindsTheFirstOfItsKeyInWhateverOrderRecordsArrive)
               expected(0.F, 0.F, 9.F));
 }
 
+TEST(RunBlockMerge, FindsTheFirstOfItsNameInWhateverOrderRecordsArrive)
+{
+    const sub_block copy = upd_block(upd_record("B", 0.F) + upd_record("A", 0.F) + upd_record("B", 0.F));
+    const auto expected = [](float b, float a) {
+        return upd_block(upd_record("B", b) + upd_record("A", a) + upd_record("B", 0.F)).bytes();
+    };
+    const auto arrive = [&](const std::string& records) {
+        return merged(copy_upd_entries_2010, copy, upd_block(records));
+    };
+    EXPECT_EQ(arrive(upd_record("A", 1.F) + upd_record("B", 2.F) + upd_record("B", 3.F)), expected(3.F, 1.F));
+    EXPECT_EQ(arrive(upd_record("B", 2.F) + upd_record("A", 1.F) + upd_record("A", 4.F)), expected(2.F, 4.F));
+    EXPECT_EQ(arrive(upd_record("C", 9.F) + upd_record("B", 2.F) + upd_record("", 9.F)), expected(2.F, 0.F));
+}
+
 TEST(RunBlockMerge, NullOrAnotherKindIsRefused)
 {
     placed_bytes env(TWO_VALUES.bytes(), 0);

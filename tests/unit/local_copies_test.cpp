@@ -609,6 +609,17 @@ TEST_F(LocalCopies2024, OutputsTellTheLastBlockInItsForm)
     EXPECT_EQ(h24, nullptr);
 }
 
+TEST_F(LocalCopies2024, BufferTooShortForItsHeadIsSteppedOver)
+{
+    const int short_id = bm.add("T_SHORT", 1, HEAD_2024 - 1, false);
+    std::memcpy(bm.get_buffer_address(0, short_id), &SB_PATTERN_2024, sizeof SB_PATTERN_2024);
+    next_event(ZRK4_EV_HB);
+    char* const first = put(block_of_2024({DICT}).bytes());
+    add_entry("SERVER", short_id, 0);
+    EXPECT_FALSE(update_as(reader::of_2024));
+    EXPECT_EQ(reinterpret_cast<char*>(h24), first);
+}
+
 TEST_F(LocalCopies2024, SlotsPatternIsNotTested)
 {
     next_event(ZRK4_EV_HB);

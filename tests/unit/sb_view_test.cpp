@@ -71,6 +71,17 @@ TEST_P(SbView, ShowsHeadAndSubBlocks)
     EXPECT_EQ(block.begin()->record<zrk4_upd_data_block_2010>(0), nullptr) << "no whole record";
 }
 
+TEST_P(SbView, PlacesInAWalkAreToldApartAlsoWhereSubBlocksAreAlike)
+{
+    const sb_view block(at(), size_);
+    auto walk = block.begin();
+    const auto first = walk++;
+    EXPECT_TRUE(first == block.begin());
+    EXPECT_TRUE(walk != first) << "the next one is as long";
+    EXPECT_TRUE(walk == std::next(first));
+    EXPECT_TRUE(std::next(first, 3) == block.end());
+}
+
 TEST_P(SbView, RoomWithoutAWholeHeadIsNoBlock)
 {
     const size_t head = size_ - 3 * (SUBHEAD + 8);

@@ -1,6 +1,8 @@
 // Building of server blocks in place: their bytes, and what is left out where room ends.
 #include "sb_write.h"
 
+#include <climits>
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -137,7 +139,7 @@ TEST_P(SbWrite, RoomThatIsFilledInPlaceBelongsToTheOpenSubBlock)
     EXPECT_FALSE(block.complete());
     block.sub_block("IMAGE", ZRK4_BLOCK_IMAGE);
     EXPECT_EQ(block.reserve(100), at() + head() + SUBHEAD);
-    EXPECT_EQ(block.reserve(1), nullptr);
+    for (const size_t bytes : {size_t{1}, size_t{INT_MAX}, SIZE_MAX}) EXPECT_EQ(block.reserve(bytes), nullptr) << bytes;
     EXPECT_EQ(block.finish(), head() + SUBHEAD + 100);
     EXPECT_EQ(seen().begin()->bytes(), 100U);
 }
