@@ -2,7 +2,7 @@
 # Installs what is missing for a purpose; does nothing, and needs no network, where everything is there.
 # Package names hold for Debian 12 and Ubuntu 24.04.
 #
-# usage: scripts/install-deps.sh build|test|bench|docs|fuzz
+# usage: scripts/install-deps.sh build|test|bench|docs|fuzz|coverage
 set -euo pipefail
 
 # What must be there, and the package that brings it: a command, or a file by its path.
@@ -14,6 +14,8 @@ readonly TEST=("${BUILD[@]}" clang++:clang clang-format-14:clang-format-14 clang
     strace:strace spin:spin gcc:gcc pkg-config:pkgconf /usr/include/gtest/gtest.h:libgtest-dev)
 readonly BENCH=("${BUILD[@]}" strace:strace)
 readonly DOCS=(mkdocs:mkdocs doxygen:doxygen)
+readonly COVERAGE=("${BUILD[@]}" gcovr:gcovr strace:strace unshare:util-linux nm:binutils
+    /usr/include/gtest/gtest.h:libgtest-dev)
 readonly FUZZ=("${BUILD[@]}" clang++:clang libclang_rt.fuzzer-x86_64.a:libclang-rt-dev)
 
 is_there() {
@@ -41,8 +43,9 @@ case ${1:-} in
     bench) needs=("${BENCH[@]}") ;;
     docs) needs=("${DOCS[@]}") ;;
     fuzz) needs=("${FUZZ[@]}") ;;
+    coverage) needs=("${COVERAGE[@]}") ;;
     *)
-        echo "usage: ${0##*/} build|test|bench|docs|fuzz" >&2
+        echo "usage: ${0##*/} build|test|bench|docs|fuzz|coverage" >&2
         exit 2
         ;;
 esac
