@@ -1,32 +1,35 @@
 #include "block_recipe.h"
 
+#include <cstddef>
+
 namespace fuzz {
 namespace {
 
-std::string record_of(input& in, int32_t type)
+void append_record(input& in, int32_t type, std::string& to)
 {
     switch (type) {
     case ZRK4_ENV_DICT_BLOCK_2010: {
         zrk4_dict_data_block_2010 r{};
         in.name(r.dict_ch_name);
         r.dict_ch_idx = in.number();
-        return bytes_of(r);
+        return append(to, r);
     }
     case ZRK4_ENV_BLOCK_2010:
-        return bytes_of(zrk4_env_data_block_2010{in.number(), in.one_of(3), {1, 2}, 1.5F});
+        return append(to, zrk4_env_data_block_2010{in.number(), in.one_of(3), {1, 2}, 1.5F});
     case ZRK4_UPD_BLOCK_2010: {
         zrk4_upd_data_block_2010 r{};
         in.name(r.upd_prop);
         r.upd_ch_status = in.one_of(3);
         r.upd_ch_data = 2.5F;
-        return bytes_of(r);
+        return append(to, r);
     }
     default:
-        return {static_cast<char>(in.byte())};
+        to += static_cast<char>(in.byte());
     }
 }
 
-template <class Head> std::string head_bytes(input& in, int parts, size_t behind)
+/// In front of `block`, where room for it was left.
+template <class Head> void put_head(input& in, int parts, std::string& block)
 {
     Head head{};
     if constexpr (sizeof(Head) == sizeof(zrk4_serv_block_head_2024)) head.pattern = SB_PATTERN_2024;
@@ -35,12 +38,12 @@ template <class Head> std::string head_bytes(input& in, int parts, size_t behind
     head.time = {1700000000, 123456};
     head.mpulse = in.number();
     head.tmask = 0xF0;
-    const auto all = static_cast<int64_t>(sizeof head + behind);
+    const auto all = static_cast<int64_t>(block.size());
     int64_t ltotal = all;
     if ((lies & 1) != 0) ltotal = (lies & 2) != 0 ? in.wide_number() : all + in.take<int8_t>();
     head.ltotal = static_cast<decltype(head.ltotal)>(ltotal);
     head.nchan = (lies & 4) != 0 ? in.number() : parts;
-    return bytes_of(head);
+    std::memcpy(block.data(), &head, sizeof head);
 }
 
 // Anywhere, also in the pattern.
@@ -60,32 +63,35 @@ int32_t sub_block_type(input& in)
     return kind < 0xE0 ? ZRK4_UPD_BLOCK_2010 + kind % 7 : in.number();
 }
 
-std::string sub_block(input& in, int32_t type, bool& honest)
+void sub_block(input& in, int32_t type, bool& honest, std::string& to)
 {
     zrk4_serv_block_subhead_2010 head{};
     in.name(head.chname);
     head.dtype = type;
     head.error = in.byte();
-    std::string data;
+    const size_t at = to.size();
+    append(to, head);
     const uint8_t shape = in.byte();
-    for (int n = shape & 7; n > 0; --n) data += record_of(in, type);
+    for (int n = shape & 7; n > 0; --n) append_record(in, type, to);
     honest = (shape & 0x18) != 0x18;
-    head.ldata = honest ? static_cast<int32_t>(sizeof head + data.size()) : in.number();
-    return bytes_of(head) + data;
+    const int32_t ldata = honest ? static_cast<int32_t>(to.size() - at) : in.number();
+    std::memcpy(&to[at + offsetof(zrk4_serv_block_subhead_2010, ldata)], &ldata, sizeof ldata);
 }
 
-std::string server_block(input& in, size_t room)
+const std::string& server_block(input& in, size_t room)
 {
+    static std::string bytes; // keeps its room: the heap of the sanitizer is slow
     const uint8_t shape = in.byte();
     const int parts = (shape >> 1) & 7;
-    std::string behind;
-    for (int n = 0; n < parts && behind.size() < room; ++n) {
+    const bool wide = (shape & 1) != 0;
+    const size_t head = wide ? sizeof(zrk4_serv_block_head_2024) : sizeof(zrk4_serv_block_head_2010);
+    bytes.assign(head, '\0');
+    for (int n = 0; n < parts && bytes.size() - head < room; ++n) {
         bool honest = true;
-        behind += sub_block(in, sub_block_type(in), honest);
+        sub_block(in, sub_block_type(in), honest, bytes);
     }
-    std::string bytes = (shape & 1) != 0 ? head_bytes<zrk4_serv_block_head_2024>(in, parts, behind.size())
-                                         : head_bytes<zrk4_serv_block_head_2010>(in, parts, behind.size());
-    bytes += behind;
+    wide ? put_head<zrk4_serv_block_head_2024>(in, parts, bytes)
+         : put_head<zrk4_serv_block_head_2010>(in, parts, bytes);
     bytes.resize(std::min(bytes.size(), room));
     damage(in, bytes);
     return bytes;

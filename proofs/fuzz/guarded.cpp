@@ -9,6 +9,11 @@ namespace fuzz {
 open_buffer::open_buffer(char* at, size_t bytes) : at_(at), bytes_(bytes) { ASAN_UNPOISON_MEMORY_REGION(at, bytes); }
 open_buffer::~open_buffer() { ASAN_POISON_MEMORY_REGION(at_, bytes_); }
 
+void expect_readable(const void* at, size_t bytes)
+{
+    expect(__asan_region_is_poisoned(const_cast<void*>(at), bytes) == nullptr, "what was found may be read");
+}
+
 // The kernel maps whole pages.
 void set_guard(const C_shm_buffer& part, guard what)
 {

@@ -29,6 +29,10 @@ class open_buffer {
 enum class guard { all_buffers, end };
 void set_guard(const C_shm_buffer& part, guard what);
 
+/// What the library calls readable lies in an open buffer, all of it. Asked, not read: a compiler leaves out reads that
+/// nobody needs.
+void expect_readable(const void* at, size_t bytes);
+
 /// Data partitions of many lengths, from too short for a head on; buffers begin at all alignments.
 class data_partitions {
   public:

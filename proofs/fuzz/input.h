@@ -8,7 +8,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <string>
+#include <string_view>
 
 namespace fuzz {
 
@@ -66,41 +68,40 @@ class input {
     void name(char* field)
     {
         const uint8_t kind = byte();
-        std::memset(field, (kind & 0x80) != 0 ? '~' : 0, 256);
-        const std::string text = short_name(kind);
-        std::memcpy(field, text.data(), text.size());
-        if (text.size() < 256) field[text.size()] = '\0';
+        std::memset(field, (kind & 0x80) != 0 ? '~' : 0, FIELD);
+        const size_t length = short_name(kind, field);
+        if (length < FIELD) field[length] = '\0';
     }
     /// The same names for a caller: NUL-terminated.
-    std::string name() { return short_name(byte()); }
+    std::string name()
+    {
+        char field[FIELD];
+        const size_t length = short_name(byte(), field);
+        return {field, length};
+    }
 
   private:
-    std::string short_name(uint8_t kind)
+    static constexpr size_t FIELD = 256;
+
+    // Without a heap: there are several names in every input.
+    size_t short_name(uint8_t kind, char* to)
     {
-        switch (kind & 7) {
-        case 0:
-            return "A";
-        case 1:
-            return "B";
-        case 2:
-            return "A.LONGER.NAME";
-        case 3:
-            return "A.LONGER.NAMF";
-        case 4:
-            return "";
-        case 5:
-            return std::string(256, 'x');
-        case 6:
-            return std::string(255, 'x');
-        default:
-            return some_characters();
-        }
+        static constexpr std::string_view NAMES[] = {"A", "B", "A.LONGER.NAME", "A.LONGER.NAMF", ""};
+        kind &= 7;
+        if (kind < std::size(NAMES)) return NAMES[kind].copy(to, FIELD);
+        if (kind == 7) return some_characters(to);
+        const size_t length = kind == 5 ? FIELD : FIELD - 1;
+        std::memset(to, 'x', length);
+        return length;
     }
-    std::string some_characters()
+    size_t some_characters(char* to)
     {
-        std::string text(byte() & 15, '\0');
-        for (char& c : text) c = static_cast<char>(byte());
-        return text.substr(0, strnlen(text.data(), text.size()));
+        const size_t count = byte() & 15;
+        char all[16] = {};
+        for (size_t i = 0; i < count; ++i) all[i] = static_cast<char>(byte());
+        const size_t length = strnlen(all, count);
+        std::memcpy(to, all, length);
+        return length;
     }
 
     const uint8_t* at_;

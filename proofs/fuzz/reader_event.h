@@ -35,7 +35,7 @@ class reader_event {
         const auto place = data.one(in);
         opened_.push_back(std::make_unique<open_buffer>(place.at, place.bytes));
         std::memset(place.at, in.flag() ? 0xFF : 0, place.bytes);
-        const std::string bytes = server_block(in, place.bytes);
+        const std::string& bytes = server_block(in, place.bytes);
         std::memcpy(place.at, bytes.data(), bytes.size());
         in.name(entry.name);
         entry.shmid = place.id;

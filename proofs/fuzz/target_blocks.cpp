@@ -23,7 +23,7 @@ void read_all_of(const zrk4::sb_sub& sub)
 {
     unsigned sum = static_cast<unsigned>(sub.type()) ^ static_cast<unsigned>(sub.error());
     sum += static_cast<unsigned>(sub.name().size());
-    for (size_t i = 0; i < sub.bytes(); ++i) sum += static_cast<unsigned char>(sub.data()[i]);
+    expect_readable(sub.data(), sub.bytes());
     for (size_t i = 0; i <= sub.count<zrk4_dict_data_block_2010>(); ++i) {
         const auto* r = sub.record<zrk4_dict_data_block_2010>(i);
         if (r != nullptr) sum += static_cast<unsigned>(r->dict_ch_idx);

@@ -17,7 +17,8 @@ class sub_block_alone {
     sub_block_alone(input& in, int32_t type)
     {
         bool honest = true;
-        std::string bytes = sub_block(in, type, honest);
+        std::string bytes;
+        sub_block(in, type, honest, bytes);
         auto* head = reinterpret_cast<zrk4_serv_block_subhead_2010*>(bytes.data());
         const auto length = static_cast<int32_t>(bytes.size());
         if (head->ldata > length) head->ldata = length - in.one_of(256);

@@ -91,7 +91,7 @@ int block_number(input& in)
 {
     char* const at = here->data->get_buffer(BM_NO_WAIT, true);
     if (at == nullptr) return 0;
-    const std::string bytes = server_block(in, DATA_LENGTH);
+    const std::string& bytes = server_block(in, DATA_LENGTH);
     std::memcpy(at, bytes.data(), bytes.size());
     return here->data->buffer_id(at);
 }

@@ -68,7 +68,7 @@ template <class Head> std::string slot_bytes(input& in)
 void put_block(input& in)
 {
     const auto place = here->data.one(in);
-    const std::string bytes = server_block(in, place.bytes);
+    const std::string& bytes = server_block(in, place.bytes);
     std::memset(place.at, 0, place.bytes);
     std::memcpy(place.at, bytes.data(), bytes.size());
 }
