@@ -39,9 +39,9 @@ TEST_F(BmInitMaster, IsAttachedToWhatItMade)
     EXPECT_EQ(bm.ev_buf, bm.find_by_name(EVENTS));
     EXPECT_EQ(bm.clid, shmid_of(*bm.cl_buf));
     EXPECT_EQ(bm.evid, shmid_of(*bm.ev_buf));
-    EXPECT_EQ(reinterpret_cast<char*>(bm.clictrl), bm.cl_buf.load()->buffer_addr(0));
-    EXPECT_EQ(reinterpret_cast<char*>(bm.evtctrl), bm.ev_buf.load()->buffer_addr(0));
-    EXPECT_EQ(reinterpret_cast<char*>(bm.evtctrl2024), bm.ev_buf.load()->buffer_addr(0));
+    EXPECT_EQ(reinterpret_cast<char*>(bm.clictrl), bm.cl_buf->buffer_addr(0));
+    EXPECT_EQ(reinterpret_cast<char*>(bm.evtctrl), bm.ev_buf->buffer_addr(0));
+    EXPECT_EQ(reinterpret_cast<char*>(bm.evtctrl2024), bm.ev_buf->buffer_addr(0));
 }
 
 TEST_F(BmInitMaster, NeverHandsOutBuffer0)
@@ -177,9 +177,9 @@ TEST_F(BmInitMember, AttachesWhatIsThereWithoutAWord)
     EXPECT_EQ(bm.evid, shmid_of(old.events));
     EXPECT_EQ(bm.cl_buf, bm.find_by_name(CLIENTS));
     EXPECT_EQ(bm.ev_buf, bm.find_by_name(EVENTS));
-    EXPECT_EQ(reinterpret_cast<char*>(bm.clictrl), bm.cl_buf.load()->buffer_addr(0));
-    EXPECT_EQ(reinterpret_cast<char*>(bm.evtctrl), bm.ev_buf.load()->buffer_addr(0));
-    EXPECT_EQ(reinterpret_cast<char*>(bm.evtctrl2024), bm.ev_buf.load()->buffer_addr(0));
+    EXPECT_EQ(reinterpret_cast<char*>(bm.clictrl), bm.cl_buf->buffer_addr(0));
+    EXPECT_EQ(reinterpret_cast<char*>(bm.evtctrl), bm.ev_buf->buffer_addr(0));
+    EXPECT_EQ(reinterpret_cast<char*>(bm.evtctrl2024), bm.ev_buf->buffer_addr(0));
     EXPECT_EQ(use_count_of(old.clients), 2);
     EXPECT_EQ(stat_of(old.clients, "freebuf"), CLIENT_BUFFERS - 1) << "nothing is taken";
 }

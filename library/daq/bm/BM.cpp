@@ -66,14 +66,14 @@ int BM::set_rate(int n)
 
 int BM::set_ncl_slots(int n)
 {
-    if (clid >= 0) return cl_buf.load()->getBufferCount();
+    if (clid >= 0) return cl_buf->getBufferCount();
     clslots = n;
     return n;
 }
 
 int BM::set_nev_slots(int n)
 {
-    if (evid >= 0) return ev_buf.load()->getBufferCount();
+    if (evid >= 0) return ev_buf->getBufferCount();
     evslots = n;
     return n;
 }

@@ -25,6 +25,13 @@ struct hostent;
 namespace zrk4::impl {
 struct bm_core;
 struct bm_private;
+/// A pointer that other threads read and change; used like any other.
+template <class T> class atomic_pointer : public std::atomic<T*> {
+  public:
+    using std::atomic<T*>::atomic;
+    using std::atomic<T*>::operator=;
+    T* operator->() const { return this->load(); }
+};
 } // namespace zrk4::impl
 
 /// How server blocks find their event.
@@ -281,8 +288,8 @@ class BM_API BM : public C_shm_mpool {
     uint64_t time_mask = 20000;
     const char* clname;
     const char* evname;
-    std::atomic<C_shm_buffer*> cl_buf{nullptr};
-    std::atomic<C_shm_buffer*> ev_buf{nullptr};
+    zrk4::impl::atomic_pointer<C_shm_buffer> cl_buf{nullptr};
+    zrk4::impl::atomic_pointer<C_shm_buffer> ev_buf{nullptr};
     zrk4_client_ctrl_block* clictrl = nullptr;
     zrk4_event_ctrl_block* evtctrl = nullptr;
     zrk4_event_ctrl_block_2024* evtctrl2024 = nullptr;

@@ -38,8 +38,8 @@ void bm_core::leave(BM& bm)
     give_back_slots(bm, bm.swriter);
     // A master that is not forced leaves the meeting place as it is for the next one.
     if (bm.master && !bm.forced && attached(bm)) {
-        bm.cl_buf.load()->keep(true);
-        bm.ev_buf.load()->keep(true);
+        bm.cl_buf->keep(true);
+        bm.ev_buf->keep(true);
     }
     std::vector<std::string> names;
     for (C_shm_buffer* part : forget_attachment(bm, &names)) delete part;

@@ -62,7 +62,7 @@ template <class Form> class bm_core::monitor {
     // False when the monitor is to end: it was signalled in a wait for a lock.
     bool cycle()
     {
-        const auto slots = static_cast<size_t>(bm_.ev_buf.load()->getBufferCount());
+        const auto slots = static_cast<size_t>(bm_.ev_buf->getBufferCount());
         if (snapshots_.size() != slots) snapshots_.assign(slots, {});
         std::optional<time_stamp> start = look_at_all();
         if (!start) return false;
