@@ -235,7 +235,7 @@ class BM_API BM : public C_shm_mpool {
 
     /// @return false on success. No check is made whether a monitor already runs.
     bool start_monitor();
-    /// Ends the thread and waits for it. @return always false.
+    /// Ends the threads that this object has started and waits for them. @return always false.
     bool stop_monitor();
     /// Body of the monitor thread.
     void monitor_exec();
