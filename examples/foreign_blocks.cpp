@@ -30,7 +30,7 @@ time_stamp* key_of(char* block)
     key = {static_cast<uint32_t>(us / 1000000), static_cast<uint32_t>(us % 1000000)};
     return &key;
 }
-int64_t length_of(char* block) { return int64_t{sizeof(frame)} + at(block).width * at(block).height; }
+int64_t length_of(char* block) { return int64_t{sizeof(frame)} + int64_t{at(block).width} * at(block).height; }
 int trigger_of(char* /*block*/) { return 1; }
 int status_of(char* block) { return at(block).width == 0; }
 int64_t id_of(char* block) { return at(block).number; }
@@ -56,7 +56,7 @@ int write_frames(const options& given)
         const auto now = std::chrono::system_clock::now().time_since_epoch();
         const frame head{std::chrono::nanoseconds(now).count(), static_cast<uint32_t>(i), 40, 30, "CAMERA"};
         std::memcpy(block, &head, sizeof head);
-        std::memset(block + sizeof head, i, 40 * 30);
+        std::memset(block + sizeof head, i, size_t{head.width} * head.height);
         if (bm.ev_update(EVENT, partition, number)) std::puts("refused");
     }
     wait_until_all_are_back(bm, partition, BUFFERS);

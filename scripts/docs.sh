@@ -20,7 +20,7 @@ tests_exist() {
             echo "docs/survival.md: no test $name"
             status=1
         }
-    done < <(grep -oE '`[A-Z][A-Za-z]+\.[A-Z][A-Za-z0-9]+`' docs/survival.md | tr -d '`')
+    done < <(grep -oE "\`[A-Z][A-Za-z]+\.[A-Z][A-Za-z0-9]+\`" docs/survival.md | tr -d '`')
     return "$status"
 }
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Checks every tracked source: layout (clang-format; shellcheck for scripts) and common mistakes (clang-tidy).
 #
-# usage: scripts/lint.sh [--format | --tidy [FOLDER...]]     both without an option
+# usage: scripts/lint.sh [--format | --tidy [PATH...]]     both without an option
 set -euo pipefail
 . "$(dirname "$0")/lib.sh"
 
@@ -27,11 +27,14 @@ check_scripts() {
 check_tidy() {
     [[ -n $tidy ]] || die "clang-tidy is missing: scripts/install-deps.sh test"
     quietly cmake --preset release
-    local commands=build/release/compile_commands.json
-    tracked "${@/%//*.cpp}" | while IFS= read -r -d '' file; do
-        if grep -qF "\"$PWD/$file\"" "$commands"; then printf '%s\0' "$file"; fi
-    done | xargs -0 --no-run-if-empty -n 1 -P "$(nproc)" "$tidy" -p build/release --quiet --warnings-as-errors='*' \
-        --extra-arg=-Wno-unknown-warning-option 2> >(grep -v ' warnings\? generated\.$' >&2)
+    local commands=build/release/compile_commands.json file files=()
+    while IFS= read -r -d '' file; do
+        if [[ $file == *.cpp ]] && grep -qF "\"$PWD/$file\"" "$commands"; then files+=("$file"); fi
+    done < <(tracked "$@")
+    ((${#files[@]} > 0)) || die "nothing there that the release tree compiles: $*"
+    printf '%s\0' "${files[@]}" | xargs -0 -n 1 -P "$(nproc)" "$tidy" -p build/release --quiet \
+        --warnings-as-errors='*' --extra-arg=-Wno-unknown-warning-option \
+        2> >(grep -v ' warnings\? generated\.$' >&2)
 }
 
 case ${1:-} in
@@ -50,7 +53,7 @@ case ${1:-} in
         check_tidy .
         ;;
     *)
-        echo "usage: ${0##*/} [--format | --tidy [FOLDER...]]" >&2
+        echo "usage: ${0##*/} [--format | --tidy [PATH...]]" >&2
         exit 2
         ;;
 esac

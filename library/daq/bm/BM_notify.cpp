@@ -236,7 +236,7 @@ template <class Form> bool bm_core::notify(BM& bm, int evslot, int clslot, int c
     const event_slot<Form> slot(*bm.ev_buf, evslot);
     if (!slot) return true;
     if (cln >= slot.nclients()) return false; // a client that takes no part waits for nothing
-    typename Form::message message{}; // padding goes out as zeros
+    typename Form::message message{};         // padding goes out as zeros
     message.mtype = owner.pid;
     message.evslot = evslot;
     message.clslot = clslot;

@@ -217,7 +217,8 @@ void bm_core::empty_client_slot(BM& bm, int slot, int* port)
 int BM::if_cl_slot_free(int bnum)
 {
     const C_shm_buffer* clients = cl_buf;
-    return clients == nullptr || clients->valid() == 0 ? BUF_QUEUED : word_unlocked(&clients->get_bufptr()[bnum].status);
+    return clients == nullptr || clients->valid() == 0 ? BUF_QUEUED
+                                                       : word_unlocked(&clients->get_bufptr()[bnum].status);
 }
 
 void BM::cl_subscribed(int* writers, int* readers)
