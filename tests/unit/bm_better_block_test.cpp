@@ -81,7 +81,7 @@ TEST_P(BmBetterBlock, TakesThePlaceOfAPlaceholder)
 {
     slot(1).add_entry("A", 0, -1);
     const int better = put({.server = "A"});
-    EXPECT_EQ(said_of_better(better, 0), "DATE ev_update(): failed to free id: 0 bnum: -1\n");
+    EXPECT_EQ(said_of_better(better, 0), "SYSERROR: 22\nDATE ev_update(): failed to free id: 0 bnum: -1\n");
     EXPECT_EQ(slot(1).entries(), (std::vector<seen_entry>{{"A", data_id, better}}));
 }
 
@@ -98,7 +98,7 @@ TEST_P(BmBetterBlock, TakesThePlaceOfOneThatCannotBeReached)
 {
     slot(1).add_entry("A", 7777, 0);
     const int better = put({.server = "A"});
-    EXPECT_EQ(said_of_better(better, 7777), "DATE ev_update(): failed to free id: 7777 bnum: 0\n");
+    EXPECT_EQ(said_of_better(better, 7777), "SYSERROR: 22\nDATE ev_update(): failed to free id: 7777 bnum: 0\n");
     EXPECT_EQ(slot(1).entries(), (std::vector<seen_entry>{{"A", data_id, better}}));
 }
 

@@ -78,8 +78,10 @@ TEST_P(BmRefusedBlock, HasNoAddress)
         EXPECT_TRUE(bm.ev_update(TYPE, 7777, 0, 1));
     });
     EXPECT_EQ(text, "DATE ev_update(): failed to get the buffer address bnum:" + n(BLOCKS) + " id:" + n(data_id) +
-                        "\nDATE ev_update(): failed to get the buffer address bnum:0 id:7777\n"
+                        "\nSYSERROR: 22\n"
+                        "DATE ev_update(): failed to get the buffer address bnum:0 id:7777\n"
                         "DATE ev_update(): failed to get the buffer address\n"
+                        "SYSERROR: 22\n"
                         "DATE ev_update(): failed to get the buffer address\n");
 }
 

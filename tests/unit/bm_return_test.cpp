@@ -136,13 +136,14 @@ TEST_P(FreeEventSlot, EntryThatNamesAControlRecordDoesNotFreeIt)
     }
 }
 
-TEST_P(FreeEventSlot, BlockWithoutAnAddressIsForgottenSilently)
+TEST_P(FreeEventSlot, BlockWithoutAnAddressIsForgotten)
 {
     const int n = event_of({"A"});
     slot(n).add_entry("NO SUCH SEGMENT", 123456789, 0);
     slot(n).add_entry("NO SUCH BUFFER", data_id, BLOCKS);
     slot(n).add_entry("NEITHER", -5, INT_MAX);
-    EXPECT_EQ(said([&] { EXPECT_FALSE(bm.free_ev_slot(n)); }), "");
+    EXPECT_EQ(said([&] { EXPECT_FALSE(bm.free_ev_slot(n)); }), "SYSERROR: 22\nSYSERROR: 22\n")
+        << "two segments that cannot be attached";
     EXPECT_EQ(slot(n).entries(),
               (std::vector<seen_entry>{
                   {"A", 0, -1}, {"NO SUCH SEGMENT", 0, -1}, {"NO SUCH BUFFER", 0, -1}, {"NEITHER", 0, -1}}));
@@ -340,7 +341,7 @@ TEST_P(FreeEventSlotAloud, BlockWithoutAnAddressHasNothingToReport)
 {
     const int n = used_slot();
     slot(n).add_entry("A", 123456789, 3);
-    EXPECT_EQ(said([&] { EXPECT_FALSE(bm.free_ev_slot(n)); }), "");
+    EXPECT_EQ(said([&] { EXPECT_FALSE(bm.free_ev_slot(n)); }), "SYSERROR: 22\n") << "the failed attachment alone";
 }
 
 TEST_P(FreeEventSlotAloud, ReportStandsBeforeTheFailure)

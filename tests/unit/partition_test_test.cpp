@@ -14,7 +14,7 @@
 #include "partition_ids.h"
 
 using namespace zrk4::test;
-using zrk4::impl::is_partition;
+using namespace zrk4::impl;
 
 namespace {
 
@@ -52,14 +52,24 @@ TEST_F(PartitionTest, IdThatIsNoneIsNot)
 {
     EXPECT_FALSE(is_partition(-1));
     EXPECT_FALSE(is_partition(999999));
+    EXPECT_EQ(look_at_segment(999999), segment_is::unknown);
 }
 
 TEST_F(PartitionTest, SegmentThatMayNotBeReadIsNot)
 {
     const int id = segment(40, 300, 102);
     const fault foreign = fault::fails("shmat", EACCES);
-    EXPECT_FALSE(is_partition(id));
+    EXPECT_EQ(look_at_segment(id), segment_is::unknown);
     EXPECT_EQ(foreign.fired(), 1);
+    const fault not_even_its_size = fault::fails("shmctl", EACCES);
+    EXPECT_EQ(look_at_segment(id), segment_is::unknown);
+    EXPECT_EQ(not_even_its_size.fired(), 1);
+}
+
+TEST_F(PartitionTest, OtherSegmentsAreStrangers)
+{
+    EXPECT_EQ(look_at_segment(segment(IPC_PRIVATE, 300, 102)), segment_is::strangers);
+    EXPECT_EQ(look_at_segment(segment(41, 300, 101)), segment_is::strangers);
 }
 
 } // namespace

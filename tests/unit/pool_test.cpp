@@ -362,6 +362,19 @@ TEST_F(Pool, AddressAttachesAPartitionOnFirstUseWhenAsked)
     EXPECT_EQ(use_count_of(*pool.find_by_id(id)), 1);
 }
 
+TEST_F(Pool, AddressOfAPartitionThatCannotBeAttachedFailsAsAddDoes)
+{
+    pool.add("T_MINE", 1, 10, false);
+    for (const int id : {4711, -1}) {
+        captured_output captured;
+        EXPECT_EQ(pool.get_buffer_address(0, id), nullptr);
+        EXPECT_EQ(captured.out() + captured.err(), "") << "not asked";
+        EXPECT_EQ(pool.get_buffer_address(0, id, /*attach=*/true), nullptr);
+        EXPECT_EQ(captured.err(), "C_shm_find - shmget: Invalid argument\n");
+        EXPECT_EQ(captured.out(), "SYSERROR: 22\n");
+    }
+}
+
 // A stale id in an event slot may be a stranger's by now; a handle on it would remove it, and a semaphore set with it.
 TEST_F(Pool, AddressNeverTouchesASegmentThatIsNoPartition)
 {
@@ -377,8 +390,6 @@ TEST_F(Pool, AddressNeverTouchesASegmentThatIsNoPartition)
         EXPECT_EQ(attachments(id), 0);
         EXPECT_EQ(pool.find_by_id(id), nullptr);
     }
-    EXPECT_EQ(pool.get_buffer_address(0, 4711, true), nullptr) << "nor one that is not there";
-    EXPECT_EQ(pool.get_buffer_address(0, -1, true), nullptr);
     EXPECT_TRUE(semaphore_set_exists(set));
     EXPECT_EQ(captured.out() + captured.err(), "");
     for (const int id : strangers) shmctl(id, IPC_RMID, nullptr);

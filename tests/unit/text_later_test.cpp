@@ -139,7 +139,6 @@ const speaker SPEAKERS[] = {
     {"Gate", [](C_shm_buffer& part) { fail_semaphore([&] { part.gate(true); }); }},
     {"GetBuffer", [](C_shm_buffer& part) { fail_semaphore([&] { part.get_buffer(BM_NO_WAIT, true); }); }},
     {"Registry", [](C_shm_buffer& part) { part.rem_shmid_entry(-4711); }},
-    {"Find", [](C_shm_buffer& /*part*/) { C_shm().find(4711); }},
     {"Make", fail_make},
 };
 
@@ -159,6 +158,21 @@ TEST_P(TextLaterAndPartitions, CollectedTextsComeBeforeTheOnesThatComeAtOnce)
     const std::string spoken = captured.out();
     EXPECT_EQ(spoken.rfind("collected\n", 0), 0U) << spoken;
     EXPECT_GT(spoken.size() + captured.err().size(), std::string("collected\n").size()) << "it did speak";
+}
+
+// Partitions are attached with a slot's lock in hand; there is no exception to follow that must come behind the text.
+TEST(TextLater, FailedAttachmentIsCollected)
+{
+    captured_output captured;
+    {
+        const text_later kept;
+        say_plain("before\n");
+        C_shm().find(4711);
+        say_plain("behind\n");
+        EXPECT_EQ(captured.out() + captured.err(), "");
+    }
+    EXPECT_EQ(captured.out(), "before\nSYSERROR: 22\nbehind\n");
+    EXPECT_EQ(captured.err(), "C_shm_find - shmget: Invalid argument\n");
 }
 
 class TextLaterAndLocks : public CleanNamespace {};

@@ -13,12 +13,12 @@ namespace {
 
 void* const NOT_MAPPED = reinterpret_cast<void*>(-1);
 
+// An event may name a partition that is gone, and is freed with locks in hand: then these wait as all texts do.
 void say_attach_failed(int error)
 {
-    zrk4::impl::text_later::write_now();
     errno = error;
-    std::perror("C_shm_find - shmget");
-    std::printf("SYSERROR: %d\n", error);
+    zrk4::impl::say_perror("C_shm_find - shmget");
+    zrk4::impl::say_plain("SYSERROR: %d\n", error);
 }
 
 } // namespace

@@ -9,6 +9,8 @@
 #include "partition_test.h"
 #include "text_later.h"
 
+using namespace zrk4::impl;
+
 namespace {
 
 int number(const C_shm_buffer& p, const char* key) { return std::stoi(p.getStat(key)); }
@@ -77,7 +79,7 @@ int C_shm_mpool::add(const char* name, int nbuf, int lbuf, bool sems)
 {
     auto p = std::make_unique<C_shm_buffer>(name, nbuf, lbuf, sems);
     if (!*p) {
-        zrk4::impl::text_later::write_now();
+        text_later::write_now();
         std::printf("C_shm_mpool::add() %s %d %d  bf->valid():%d\n", name ? name : "", nbuf, lbuf, p->valid());
         std::fflush(nullptr);
         return -1;
@@ -179,7 +181,7 @@ char* C_shm_mpool::get_buffer_address(int bnum, int shmid, bool attach)
 {
     if (pool_empty()) return nullptr; // deliberate, also with `attach`: such a pool has nothing to do with events yet
     const C_shm_buffer* p = find_by_id(shmid);
-    if (p == nullptr && attach && zrk4::impl::is_partition(shmid) && !add(shmid)) p = find_by_id(shmid);
+    if (p == nullptr && attach && look_at_segment(shmid) != segment_is::strangers && !add(shmid)) p = find_by_id(shmid);
     return p == nullptr ? nullptr : p->buffer_addr(bnum);
 }
 
@@ -233,7 +235,7 @@ void C_shm_mpool::pooldump(std::ostream& os)
         os << "C_shm_mpool::dump() No partition in the pool\n";
         return;
     }
-    const zrk4::impl::decimal_stream format(os);
+    const decimal_stream format(os);
     int k = 0;
     for (const C_shm_buffer* p : by_id()) {
         os << "Partition " << k++ << "\n";
