@@ -8,6 +8,7 @@
 
 #include <sched.h>
 #include <sys/ipc.h>
+#include <sys/mount.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/utsname.h>
@@ -43,6 +44,12 @@ bool enter_ipc_namespace()
     // The first segment of a namespace gets number 0, with which a partition of buffers cannot be used.
     const int segment = shmget(IPC_PRIVATE, 1, 0600);
     return segment >= 0 && shmctl(segment, IPC_RMID, nullptr) == 0;
+}
+
+void enter_own_shared_memory()
+{
+    if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return;
+    mount("tmpfs", "/dev/shm", "tmpfs", 0, nullptr);
 }
 
 namespace {

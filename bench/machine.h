@@ -17,6 +17,9 @@ void run_on(int processor);
 /// had.
 bool enter_ipc_namespace();
 
+/// A place for shared memory of this process's own, which goes with it; without one, what a killed peer leaves stays.
+void enter_own_shared_memory();
+
 struct machine {
     std::string processor;
     int processors = 0;

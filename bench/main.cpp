@@ -69,6 +69,7 @@ int main(int argc, char** argv)
         std::fputs("bm_bench: no IPC namespace of its own can be had\n", stderr);
         return NO_NAMESPACE;
     }
+    enter_own_shared_memory();
     try {
         given->trace.empty() ? run(*given) : run_for_tracer(*given);
         return DONE;

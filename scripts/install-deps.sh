@@ -16,6 +16,10 @@ readonly BENCH=("${BUILD[@]}" strace:strace)
 readonly DOCS=(mkdocs:mkdocs doxygen:doxygen)
 readonly COVERAGE=("${BUILD[@]}" gcovr:gcovr strace:strace unshare:util-linux nm:binutils
     /usr/include/gtest/gtest.h:libgtest-dev)
+# What the benchmark is worth more with; it does without what this system has not.
+readonly PEERS=(gnuplot:gnuplot-nox /usr/include/zmq.h:libzmq3-dev
+    /usr/include/boost/interprocess/ipc/message_queue.hpp:libboost-dev /usr/include/iceoryx:libiceoryx-posh-dev
+    /usr/include/sys/acl.h:libacl1-dev)
 readonly FUZZ=("${BUILD[@]}" clang++:clang libclang_rt.fuzzer-x86_64.a:libclang-rt-dev)
 
 is_there() {
@@ -50,12 +54,23 @@ case ${1:-} in
         ;;
 esac
 
+extras=()
+if [[ $1 == bench ]]; then extras=("${PEERS[@]}"); fi
+
 mapfile -t packages < <(missing_packages "${needs[@]}")
-((${#packages[@]} == 0)) && exit 0
-echo "missing: ${packages[*]}" >&2
+mapfile -t wanted < <(missing_packages "${extras[@]}")
+((${#packages[@]} + ${#wanted[@]} == 0)) && exit 0
 if ! command -v apt-get >/dev/null; then
-    echo "no apt-get here: install them by the means of this system" >&2
+    echo "no apt-get here: install by the means of this system: ${packages[*]}; if there are: ${wanted[*]}" >&2
+    ((${#packages[@]} == 0)) && exit 0
     exit 1
 fi
-as_root apt-get update -qq
-as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${packages[@]}" >&2
+
+install() {
+    echo "missing: $*" >&2
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "$@" >&2
+}
+
+as_root apt-get update -qq || ((${#packages[@]} == 0)) # what is only wanted is left out then
+if ((${#packages[@]} > 0)); then install "${packages[@]}"; fi
+for package in "${wanted[@]}"; do install "$package" || echo "not to be had here: $package" >&2; done
