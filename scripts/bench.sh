@@ -4,6 +4,8 @@
 #
 # usage: scripts/bench.sh [--rounds N] [--record FILE] [--json FILE] [--short] [ARGUMENT OF bm_bench...]
 #        scripts/bench.sh --judge RECORD...
+#        scripts/bench.sh --curves RECORD FOLDER  the record as drawings
+#        scripts/bench.sh --canary                slows the library's locks down: goals must fall
 #        scripts/bench.sh --recovery [ROUNDS]     what a death costs, and the monitor
 #        scripts/bench.sh --channels [ARGUMENT...]  what a look-up of a channel costs, beside a plain loop
 set -euo pipefail
@@ -32,8 +34,22 @@ judge() {
     exec "$bin/bm_goals" "$@"
 }
 
+curves() { exec bench/curves.sh "$@"; }
+
+# Of what was promised beside the references nothing may be left.
+canary() {
+    local record=build/release/canary.record
+    build_program bench bm_bench
+    build_program bench bm_goals
+    build_program bench bench_canary
+    rm -f "$record"
+    LD_PRELOAD=$PWD/build/release/lib/libbench_canary.so "$bin/bm_bench" --only 'one/1KiB,pipelined/1KiB' \
+        --record "$record" "$@"
+    exec "$bin/bm_goals" --expect-missed 2,3,5,6 "$record"
+}
+
 case ${1:-} in
-    --recovery | --channels | --judge)
+    --recovery | --channels | --judge | --curves | --canary)
         what=${1#--}
         shift
         "$what" "$@"
