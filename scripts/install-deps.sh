@@ -2,7 +2,7 @@
 # Installs what is missing for a purpose; does nothing, and needs no network, where everything is there.
 # Package names hold for Debian 12 and Ubuntu 24.04.
 #
-# usage: scripts/install-deps.sh build|test|bench|docs|fuzz|coverage
+# usage: scripts/install-deps.sh build|test|bench|docs|package|fuzz|coverage
 set -euo pipefail
 
 # What must be there, and the package that brings it: a command, or a file by its path.
@@ -20,6 +20,7 @@ readonly COVERAGE=("${BUILD[@]}" gcovr:gcovr strace:strace unshare:util-linux nm
 readonly PEERS=(gnuplot:gnuplot-nox /usr/include/zmq.h:libzmq3-dev
     /usr/include/boost/interprocess/ipc/message_queue.hpp:libboost-dev /usr/include/iceoryx:libiceoryx-posh-dev
     /usr/include/sys/acl.h:libacl1-dev)
+readonly PACKAGE=("${BUILD[@]}" "${DOCS[@]}" lintian:lintian dpkg-shlibdeps:dpkg-dev systemd-sysusers:systemd)
 readonly FUZZ=("${BUILD[@]}" clang++:clang libclang_rt.fuzzer-x86_64.a:libclang-rt-dev)
 
 is_there() {
@@ -46,10 +47,11 @@ case ${1:-} in
     test) needs=("${TEST[@]}") ;;
     bench) needs=("${BENCH[@]}") ;;
     docs) needs=("${DOCS[@]}") ;;
+    package) needs=("${PACKAGE[@]}") ;;
     fuzz) needs=("${FUZZ[@]}") ;;
     coverage) needs=("${COVERAGE[@]}") ;;
     *)
-        echo "usage: ${0##*/} build|test|bench|docs|fuzz|coverage" >&2
+        echo "usage: ${0##*/} build|test|bench|docs|package|fuzz|coverage" >&2
         exit 2
         ;;
 esac

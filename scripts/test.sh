@@ -17,7 +17,7 @@ TEXT
 }
 
 presets=(release asan-ubsan tsan)
-checks=(layout mistakes second_compiler soak kill_sweep call_faults hostile_data model documentation)
+checks=(layout mistakes second_compiler soak kill_sweep call_faults hostile_data model documentation packages)
 while (($# > 0)); do
     case $1 in
         --quick)
@@ -79,6 +79,9 @@ call_faults() { scripts/call-faults.sh --sample; }
 model() { scripts/model.sh --sample; }
 
 documentation() { scripts/docs.sh; }
+
+# Of what the second compiler has made: nothing is built again.
+packages() { scripts/packages.sh build/clang; }
 
 # Segments and semaphore sets of the host, and running programs of this tree, one per line: what lies in a namespace of
 # its own goes with the last process in it, and no sooner.
