@@ -8,6 +8,7 @@
 namespace bm {
 
 void add_ls(command_line& line);
+void add_size(command_line& line);
 void add_version(command_line& line);
 
 } // namespace bm
