@@ -4,6 +4,7 @@
 int main(int argc, char** argv)
 {
     bm::command_line line;
-    for (const auto add : {bm::add_ls, bm::add_size, bm::add_version}) add(line);
+    for (const auto add : {bm::add_check, bm::add_ls, bm::add_repair, bm::add_rm, bm::add_size, bm::add_version})
+        add(line);
     return static_cast<int>(line.run(argc, argv));
 }

@@ -7,7 +7,10 @@
 
 namespace bm {
 
+void add_check(command_line& line);
 void add_ls(command_line& line);
+void add_repair(command_line& line);
+void add_rm(command_line& line);
 void add_size(command_line& line);
 void add_version(command_line& line);
 
