@@ -9,6 +9,7 @@ namespace bm {
 
 void add_check(command_line& line);
 void add_ls(command_line& line);
+void add_master(command_line& line);
 void add_repair(command_line& line);
 void add_rm(command_line& line);
 void add_size(command_line& line);
