@@ -10,10 +10,13 @@ namespace bm {
 void add_check(command_line& line);
 void add_ls(command_line& line);
 void add_master(command_line& line);
+void add_read(command_line& line);
 void add_repair(command_line& line);
 void add_rm(command_line& line);
 void add_size(command_line& line);
 void add_version(command_line& line);
+void add_watch(command_line& line);
+void add_write(command_line& line);
 
 } // namespace bm
 
