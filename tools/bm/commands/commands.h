@@ -8,6 +8,8 @@
 namespace bm {
 
 void add_check(command_line& line);
+void add_completion(command_line& line);
+void add_demo(command_line& line);
 void add_doctor(command_line& line);
 void add_ls(command_line& line);
 void add_master(command_line& line);
