@@ -16,9 +16,12 @@ void be_reader(const plan& p, const cast& roles, int index, const line_end& line
 
 void be_writer(const cast& roles, int index, const line_end& line)
 {
-    const int64_t used_ns = roles.writer(index, [&] { stand_by(line); });
-    line.say(used_ns);
-    line.await_nod();
+    const auto done = [&](int64_t used_ns) {
+        line.say(used_ns);
+        line.await_nod();
+    };
+    roles.writer(
+        index, [&] { stand_by(line); }, done);
 }
 
 template <class Body> void start(std::list<process>& group, const std::string& name, int processor, Body body)

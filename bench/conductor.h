@@ -18,8 +18,9 @@ struct cast {
     /// @param ready  to be called once it can take events @return when it has had the last one, by `log`.
     std::function<void(int index, event_log& log, const std::function<void()>& ready)> reader;
     /// @param ready  to be called before the first event; returns when all others are ready
-    /// @return processor time, see write_events
-    std::function<int64_t(int index, const std::function<void()>& ready)> writer;
+    /// @param done   to be called behind the last one with the processor time, see write_events; returns when the readers
+    ///               have had everything: until then the blocks must stay
+    std::function<void(int index, const std::function<void()>& ready, const std::function<void(int64_t)>& done)> writer;
 };
 
 /// A helper's part: nods, waits for its end.

@@ -152,10 +152,10 @@ reading measure_library(const plan& p, const limits& room, const crowd& around)
         ready();
         bm.wait_for_last();
     };
-    roles.writer = [&](int index, const auto& ready) {
+    roles.writer = [&](int index, const auto& ready, const auto& done) {
         library_writer writer(p, room, index);
         ready();
-        return write_events(writer, p, index);
+        done(write_events(writer, p, index));
     };
     return perform(p, roles);
 }

@@ -90,11 +90,11 @@ reading measure_reference(manner m, const plan& p, const limits& room)
         ready();
         read_events(host, data, socket, log, p.blocks());
     };
-    roles.writer = [&](int index, const auto& ready) {
+    roles.writer = [&](int index, const auto& ready, const auto& done) {
         host.writer(index) = {getpid(), 0};
         reference_writer writer(host, data, index);
         ready();
-        return write_events(writer, p, index);
+        done(write_events(writer, p, index));
     };
     return perform(p, roles);
 }

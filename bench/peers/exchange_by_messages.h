@@ -19,9 +19,8 @@ inline constexpr int MESSAGES = 32;
 
 /// What the processes of a peer share.
 struct message_books {
-    std::atomic<int64_t> over{0};     ///< events that the first reader is done with
-    std::atomic<int32_t> finished{0}; ///< readers that have had all events
-    std::atomic<int32_t> joined{0};   ///< readers that nothing is lost for any more
+    std::atomic<int64_t> over{0};   ///< events that the first reader is done with
+    std::atomic<int32_t> joined{0}; ///< readers that nothing is lost for any more
 };
 
 /// `Inbox`: void join(); const char* take(int writer), which waits for the writer's next block; void done(), the event's
@@ -37,7 +36,6 @@ template <class Inbox> void collect_events(Inbox& inbox, const plan& p, int inde
         inbox.done();
         if (index == 0) books.over.fetch_add(1, std::memory_order_release);
     }
-    books.finished.fetch_add(1);
 }
 
 /// `Outbox`: char* take(), room for one payload; void send().
@@ -63,14 +61,12 @@ reading by_messages(const plan& p, MakeInbox make_inbox, MakeOutbox make_outbox,
         ready();
         collect_events(inbox, p, index, log, books[0]);
     };
-    roles.writer = [&](int index, const auto& ready) {
+    roles.writer = [&](int index, const auto& ready, const auto& done) {
         auto outbox = make_outbox(index);
         ready();
         while (books->joined.load() < p.readers) usleep(1000);
         message_writer writer(outbox, books[0]);
-        const int64_t used_ns = write_events(writer, p, index);
-        while (books->finished.load() < p.readers) usleep(1000); // what is on its way would go with the outbox
-        return used_ns;
+        done(write_events(writer, p, index));
     };
     return perform(p, roles);
 }
