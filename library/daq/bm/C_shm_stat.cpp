@@ -2,10 +2,9 @@
 #include "C_shm.h"
 
 #include <cstring>
-#include <iomanip>
 #include <iostream>
 
-#include "decimal_stream.h"
+#include "partition_report.h"
 #include "unlocked.h"
 
 using namespace zrk4::impl;
@@ -17,18 +16,6 @@ std::string decimal(int64_t value)
     if (value < 0) return "-" + decimal(-value);
     const std::string last(1, static_cast<char>('0' + value % 10));
     return value < 10 ? last : decimal(value / 10) + last;
-}
-
-std::string mode_words(int32_t status)
-{
-    std::string words;
-    if ((status & SHM_RELEASE) != 0) words += "release,";
-    if ((status & SHM_SCAVAGE) != 0) words += "scavage,";
-    if ((status & SHM_SYNCH) != 0) words += "synch,";
-    if ((status & SHM_EXPOSE) != 0) words += "expose,";
-    if (words.empty()) return "-";
-    words.pop_back();
-    return words;
 }
 
 std::string name_of(const C_shm_global* g) { return {g->name, strnlen(g->name, SHM_NAME_SIZE)}; }
@@ -47,29 +34,6 @@ std::string last_id(const C_shm_global* g)
 {
     const int tail = g->full.tail;
     return g->full.empty() || tail < 0 || tail >= g->nbuf ? "-0" : decimal(descriptors_of(g)[tail].data_ID);
-}
-
-void dump_control(std::ostream& os, const C_shm_global* g)
-{
-    os << "\n            Event Manager Partition - " << name_of(g) << "\n\n"
-       << "Global Control Data\n-------------------\n"
-       << "  version:           " << g->version / 100 << "." << std::setfill('0') << std::setw(2) << g->version % 100
-       << std::setfill(' ') << "\n"
-       << "  status:            " << mode_words(g->status) << "\n"
-       << "  global use count:  " << +g->gbl_count << "\n"
-       << "  global sem id:     " << +g->gbl_semid << "\n"
-       << "  # buffers:         " << +g->nbuf << "\n"
-       << "  buffer length:     " << +g->lbuf << "\n"
-       << "  first full buffer: " << +g->full.head << "\n"
-       << "  last full buffer:  " << +g->full.tail << "\n"
-       << "  first free buffer: " << +g->free.head << "\n";
-}
-
-void dump_buffer(std::ostream& os, int i, const C_shm_buf& buf)
-{
-    os << std::setw(3) << i << std::hex << std::setw(5) << +buf.status << std::dec << std::setw(5) << +buf.use_count
-       << std::setw(9) << +buf.ldata << std::setw(5) << +buf.link << std::setw(9) << +buf.trig << std::setw(8)
-       << +buf.evt_count << "\n";
 }
 
 } // namespace
@@ -140,11 +104,7 @@ std::string C_shm::getStat(const std::string& key) const
 void C_shm::dump(std::ostream& os) const
 {
     if (!attached) return;
-    const decimal_stream format(os);
-    const C_shm_global* g = global();
-    dump_control(os, g);
-    os << "\nBuffer Status\n-------------\n id status use   ldata   link  t-mask   count\n";
-    for (int i = 0; i < g->nbuf; ++i) dump_buffer(os, i, descriptors_of(g)[i]);
+    dump_partition(os, *global());
 }
 
 void C_shm::dump() const { dump(std::cout); }

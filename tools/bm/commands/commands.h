@@ -8,9 +8,11 @@
 namespace bm {
 
 void add_check(command_line& line);
+void add_clients(command_line& line);
 void add_completion(command_line& line);
 void add_demo(command_line& line);
 void add_doctor(command_line& line);
+void add_events(command_line& line);
 void add_ls(command_line& line);
 void add_master(command_line& line);
 void add_read(command_line& line);

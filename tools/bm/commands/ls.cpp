@@ -7,6 +7,7 @@
 #include "cli/output.h"
 #include "commands/commands.h"
 #include "host/partition.h"
+#include "partition_report.h"
 
 namespace bm {
 namespace {
@@ -43,7 +44,7 @@ json to_json(const partition& seen)
         one["out"] = seen.out();
         one["full"] = seen.full;
         one["users"] = +seen.control().gbl_count;
-        one["modes"] = mode_words(seen.control().status);
+        one["modes"] = zrk4::impl::mode_words(seen.control().status);
         one["locks"] = seen.has_locks();
         one["torn"] = seen.torn;
     }
@@ -72,7 +73,7 @@ std::vector<std::string> cells_of(const partition& seen)
             number(seen.out()),
             number(seen.full),
             number(+seen.control().gbl_count),
-            seen.state == partition_state::sound ? mode_words(seen.control().status) : "-",
+            seen.state == partition_state::sound ? zrk4::impl::mode_words(seen.control().status) : "-",
             size_text(seen.where.bytes),
             user_text(seen.where.uid),
             printable(remark(seen))};

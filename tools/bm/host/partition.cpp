@@ -171,17 +171,4 @@ const char* word_of(partition_state state)
     }
 }
 
-std::string mode_words(int32_t status)
-{
-    std::string words;
-    const auto add = [&](int32_t bit, const char* word) {
-        if ((status & bit) != 0) words += (words.empty() ? "" : ",") + std::string(word);
-    };
-    add(SHM_RELEASE, "release");
-    add(SHM_SCAVAGE, "scavage");
-    add(SHM_SYNCH, "synch");
-    add(SHM_EXPOSE, "expose");
-    return words.empty() ? "-" : words;
-}
-
 } // namespace bm

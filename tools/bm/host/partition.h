@@ -42,6 +42,8 @@ struct partition {
     /// By the flags: handed out, and what is neither out nor in the full queue.
     int out() const { return out_; }
     int free() const { return buffers_ - out_ - full; }
+    /// Control block and, directly behind it, the descriptors. REQUIRES: sound.
+    const C_shm_global& records() const { return *reinterpret_cast<const C_shm_global*>(table_.data()); }
     /// Where buffer `i` begins in its segment; empty when it would not lie in it.
     std::optional<uint64_t> offset(int i) const;
 
@@ -60,9 +62,6 @@ partition look_at(const segment& where, const read_only_segment& mapped);
 
 /// All segments at the keys of partitions.
 std::vector<partition> partitions_of_host();
-
-/// The words of a partition's mode bits, "-" for none.
-std::string mode_words(int32_t status);
 
 } // namespace bm
 

@@ -1,44 +1,23 @@
 #include "process_life.h"
 
 #include <cerrno>
+#include <charconv>
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <string_view>
 
+#include <fcntl.h>
 #include <unistd.h>
 
 namespace zrk4::impl {
 namespace {
 
 std::string proc_file(pid_t pid, const char* name) { return "/proc/" + std::to_string(pid) + "/" + name; }
-
-struct process_stat {
-    char state = '?';
-    long threads = 0;
-    unsigned long long start_ticks = 0; ///< since boot
-};
-
-// The name in parentheses may hold blanks and parentheses: what follows the last one is counted from there.
-std::optional<process_stat> stat_of(pid_t pid)
-{
-    std::ifstream file(proc_file(pid, "stat"));
-    std::string text(std::istreambuf_iterator<char>(file), {});
-    const size_t name_end = text.rfind(')');
-    if (name_end == std::string::npos) return {};
-    std::istringstream fields(text.substr(name_end + 1));
-    process_stat seen;
-    std::string skipped;
-    fields >> seen.state;
-    for (int field = 4; field < 20; ++field) fields >> skipped;
-    fields >> seen.threads >> skipped >> seen.start_ticks;
-    if (!fields) return {};
-    return seen;
-}
 
 // A thread's id answers to a signal as a process's does.
 bool is_thread_of_another(pid_t pid)
@@ -58,7 +37,51 @@ int64_t microseconds_of(clockid_t clock)
     return int64_t{now.tv_sec} * 1'000'000 + now.tv_nsec / 1000;
 }
 
+// A process with a name of 15 bytes needs at most some 400.
+std::string whole_stat(pid_t pid)
+{
+    char text[1024];
+    const int fd = open(proc_file(pid, "stat").c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd < 0) return "";
+    const ssize_t got = read(fd, text, sizeof text);
+    close(fd);
+    return {text, static_cast<size_t>(got < 0 ? 0 : got)};
+}
+
+// Field `number` of a text of numbers with single blanks between them, counted from 0.
+unsigned long long number_at(std::string_view text, int number)
+{
+    for (; number > 0; --number) {
+        const size_t blank = text.find(' ');
+        if (blank == std::string_view::npos) return 0;
+        text.remove_prefix(blank + 1);
+    }
+    unsigned long long value = 0;
+    std::from_chars(text.data(), text.data() + text.size(), value);
+    return value;
+}
+
 } // namespace
+
+// The name in parentheses may hold blanks and parentheses: what follows the last one is counted from there.
+std::optional<process_stat> stat_of(pid_t pid)
+{
+    constexpr int STATE = 3, THREADS = 20, START = 22; // as proc(5) counts them
+    const std::string text = whole_stat(pid);
+    const size_t name = text.find('(');
+    const size_t name_end = text.rfind(')');
+    if (name_end == std::string::npos || name >= name_end || name_end + 3 > text.size()) return {};
+    const std::string_view fields = std::string_view(text).substr(name_end + 2);
+    return process_stat{text.substr(name + 1, name_end - name - 1), fields.front(),
+                        static_cast<long>(number_at(fields, THREADS - STATE)), number_at(fields, START - STATE)};
+}
+
+int64_t start_of(const process_stat& process)
+{
+    const long ticks = sysconf(_SC_CLK_TCK);
+    const int64_t booted = microseconds_of(CLOCK_REALTIME) - microseconds_of(CLOCK_BOOTTIME);
+    return booted + static_cast<int64_t>(process.start_ticks) * 1'000'000 / (ticks > 0 ? ticks : 100);
+}
 
 bool is_running(pid_t pid)
 {
@@ -81,12 +104,10 @@ char process_state(pid_t pid)
 bool began_after(pid_t pid, time_stamp when)
 {
     const std::optional<process_stat> seen = stat_of(pid);
-    const long ticks = sysconf(_SC_CLK_TCK);
-    if (!seen || ticks <= 0 || !is_running(pid)) return false;
-    // The start is told in ticks, rounded down, and the two clocks are read one after the other.
+    if (!seen || !is_running(pid)) return false;
+    // The two clocks are read one after the other.
     constexpr int64_t UNSURE = 20'000;
-    const int64_t booted = microseconds_of(CLOCK_REALTIME) - microseconds_of(CLOCK_BOOTTIME);
-    const int64_t start = booted + static_cast<int64_t>(seen->start_ticks) * 1'000'000 / ticks;
+    const int64_t start = start_of(*seen);
     return start > int64_t{when.timeup} * 1'000'000 + when.timelow + UNSURE;
 }
 

@@ -3,13 +3,28 @@
 #ifndef ZRK4_IMPL_PROCESS_LIFE_H
 #define ZRK4_IMPL_PROCESS_LIFE_H
 
+#include <cstdint>
 #include <map>
+#include <optional>
+#include <string>
 
 #include <sys/types.h>
 
 #include "event.h"
 
 namespace zrk4::impl {
+
+/// What the kernel shows of a process.
+struct process_stat {
+    std::string command;
+    char state = '?'; ///< 'R', 'S', 'T', 'Z', ...
+    long threads = 0;
+    unsigned long long start_ticks = 0; ///< since boot
+};
+/// Empty when there is no such process, or it cannot be seen.
+std::optional<process_stat> stat_of(pid_t pid);
+/// When it began, in microseconds of the wall clock as it is set now; told in ticks, rounded down.
+int64_t start_of(const process_stat& process);
 
 /// Whether process `pid` runs. A zombie does not, nor is an id alive that is only a thread's by now. What cannot be seen
 /// (another user's process behind a closed /proc) counts as alive.

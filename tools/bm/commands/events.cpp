@@ -1,0 +1,197 @@
+// bm events: the events in the slots, what each still waits for, and who owes it.
+#include <algorithm>
+#include <map>
+
+#include <fmt/format.h>
+
+#include "cli/output.h"
+#include "commands/commands.h"
+#include "host/clock.h"
+#include "model/exchange.h"
+
+namespace bm {
+namespace {
+
+struct events_options {
+    bool open = false;
+    bool incomplete = false;
+    double slow = 0; ///< seconds, 0: any
+};
+
+struct shown_event {
+    const event* what;
+    std::vector<debt> debts;
+    int lost = 0; ///< blocks whose writers have left
+};
+
+bool is_open(const event& one)
+{
+    return std::any_of(one.clients.begin(), one.clients.end(),
+                       [](const zrk4_client_block& block) { return block.status != CLI_S_DONE; });
+}
+
+bool is_wanted(const event& one, const events_options& options, int64_t now)
+{
+    if (options.open && !is_open(one)) return false;
+    if (options.incomplete && one.filled_said >= one.expected) return false;
+    return options.slow <= 0 || seconds_between(one.start, now) >= options.slow;
+}
+
+bool needs_attention(const event& one, int64_t now)
+{
+    return !flaw_of(one).empty() || (!one.torn && idle_seconds(one, now) >= SUSPICIOUS_AFTER_S);
+}
+
+std::string remark(const event& one, int64_t now)
+{
+    if (one.torn) return "torn";
+    const std::string flaw = flaw_of(one);
+    if (!flaw.empty()) return flaw;
+    return needs_attention(one, now) ? fmt::format("hangs: bm why {}", one.slot) : "";
+}
+
+/// "done: R5 W2; working: R7"
+std::string states_text(const event& one, const client_slots& clients)
+{
+    std::map<std::string, std::string> by_state;
+    for (const zrk4_client_block& block : one.clients)
+        by_state[progress_word(static_cast<int32_t>(block.status))] += " " + client_label(block.snum, clients);
+    std::string all;
+    for (const auto& [state, labels] : by_state) all += (all.empty() ? "" : "; ") + state + ":" + labels;
+    return all.empty() ? "-" : all;
+}
+
+/// "ADC, BPM from 1234 adcd (W3)"
+std::string missing_text(const shown_event& one, processes& known)
+{
+    std::string all;
+    for (const debt& each : one.debts) {
+        std::string names;
+        for (const std::string& name : each.names) names += (names.empty() ? "" : ", ") + printable(name);
+        all += fmt::format("{}{} from {} (W{})", all.empty() ? "" : "; ", names, known.of(each.writer->pid).text(),
+                           each.writer->slot);
+    }
+    if (one.lost > 0) all += fmt::format("{}{} of writers that have left", all.empty() ? "" : "; ", one.lost);
+    return all.empty() ? "-" : all;
+}
+
+json to_json(const shown_event& shown, const exchange& seen, processes& known)
+{
+    const event& one = *shown.what;
+    json all{{"slot", one.slot},
+             {"type", one.type},
+             {"type_name", type_text(one.type)},
+             {"key", {{"s", +one.key.timeup}, {"us", +one.key.timelow}}},
+             {"id", one.id},
+             {"expected", one.expected},
+             {"filled", one.filled_said},
+             {"bytes", one.bytes},
+             {"mask", static_cast<uint32_t>(one.mask)},
+             {"status", one.status},
+             {"age_s", seconds_between(one.start, seen.now)},
+             {"idle_s", idle_seconds(one, seen.now)},
+             {"maker", one.pid},
+             {"used", one.used()},
+             {"torn", one.torn}};
+    all["clients"] = json::array();
+    for (const zrk4_client_block& block : one.clients) {
+        const client* who = seen.clients.at(block.snum);
+        all["clients"].push_back({{"slot", +block.snum},
+                                  {"role", who == nullptr ? "gone" : who->role()},
+                                  {"pid", who == nullptr ? 0 : who->pid},
+                                  {"state", progress_word(static_cast<int32_t>(block.status))}});
+    }
+    all["missing"] = json::array();
+    for (const debt& each : shown.debts) {
+        const process& who = known.of(each.writer->pid);
+        for (const std::string& name : each.names) {
+            all["missing"].push_back({{"name", name},
+                                      {"slot", each.writer->slot},
+                                      {"pid", who.pid},
+                                      {"command", who.command},
+                                      {"state", word_of(who.state)}});
+        }
+    }
+    all["missing_of_writers_gone"] = shown.lost;
+    all["placeholders"] = json::array();
+    for (const event_entry& entry : one.entries) {
+        if (entry.hole()) all["placeholders"].push_back(entry.name);
+    }
+    all["complaint"] = remark(one, seen.now);
+    return all;
+}
+
+void print_text(const std::vector<shown_event>& all, const exchange& seen, processes& known, bool color)
+{
+    print(fmt::format("{}: {} of {} slots in use, records of {}\n", printable(seen.events_part.name),
+                      seen.events.all().size(), seen.events.slots(), static_cast<int>(seen.events.form())));
+    if (all.empty()) return;
+    table lines({{"SLOT", table::right},
+                 {"TYPE"},
+                 {"KEY"},
+                 {"ID", table::right},
+                 {"BLOCKS", table::right},
+                 {"SIZE", table::right},
+                 {"AGE", table::right},
+                 {"IDLE", table::right},
+                 {"CLIENTS"},
+                 {"MISSING"},
+                 {"REMARK"}});
+    for (const shown_event& shown : all) {
+        const event& one = *shown.what;
+        lines.row({fmt::format("{}", one.slot), type_text(one.type), one.key_text(), fmt::format("{}", one.id),
+                   fmt::format("{}/{}", one.filled_said, one.expected),
+                   size_text(static_cast<uint64_t>(std::max<int64_t>(one.bytes, 0))),
+                   span_text(seconds_between(one.start, seen.now)), span_text(idle_seconds(one, seen.now)),
+                   states_text(one, seen.clients), missing_text(shown, known), remark(one, seen.now)},
+                  needs_attention(one, seen.now) ? tone::bad : tone::plain);
+    }
+    print(lines.text(color));
+}
+
+exit_status events(const common_options& common, const events_options& options)
+{
+    const exchange seen = look_at_exchange(common);
+    processes known(seen.clients_part.where.uid);
+    std::vector<shown_event> all;
+    for (const event& one : seen.events.all()) {
+        if (!is_wanted(one, options, seen.now)) continue;
+        shown_event shown{&one, debts_of(one, seen.clients), 0};
+        shown.lost = unaccounted(one, shown.debts);
+        all.push_back(std::move(shown));
+    }
+    if (common.json) {
+        json shown = document("events");
+        shown["partition"] = seen.events_part.name;
+        shown["records"] = static_cast<int>(seen.events.form());
+        shown["slots"] = seen.events.slots();
+        shown["in_use"] = seen.events.all().size();
+        shown["events"] = json::array();
+        for (const shown_event& one : all) shown["events"].push_back(to_json(one, seen, known));
+        print_document(shown);
+    } else {
+        print_text(all, seen, known, common.color);
+    }
+    const bool fine = std::none_of(all.begin(), all.end(),
+                                   [&](const shown_event& one) { return needs_attention(*one.what, seen.now); });
+    return fine ? exit_status::fine : exit_status::attention;
+}
+
+} // namespace
+
+void add_events(command_line& line)
+{
+    line.add<events_options>(
+        "events", "events in the slots, what they wait for, and who owes it",
+        [](CLI::App& app, events_options& options) {
+            app.add_flag("--open", options.open, "only events that a client has not done with");
+            app.add_flag("--incomplete", options.incomplete, "only events with blocks missing");
+            app.add_option("--slow", options.slow, "only events older than this many seconds (1)")
+                ->expected(0, 1)
+                ->default_str("1")
+                ->check(CLI::NonNegativeNumber);
+        },
+        events);
+}
+
+} // namespace bm

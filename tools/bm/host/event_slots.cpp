@@ -1,0 +1,161 @@
+#include "host/event_slots.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include <fmt/format.h>
+
+#include "cli/failure.h"
+#include "host/clock.h"
+#include "host/names.h"
+#include "slot_form.h"
+
+namespace bm {
+namespace {
+
+constexpr int LOOKS = 8;
+
+template <class Form> class slots_look {
+  public:
+    using head_t = typename Form::head;
+    using entry_t = typename Form::entry;
+
+    slots_look(const partition& part, const read_only_segment& mapped) : part_(part), mapped_(mapped) { find_table(); }
+
+    std::vector<event> take()
+    {
+        std::vector<event> all;
+        for (int slot = 1; slot < part_.buffers(); ++slot) {
+            const bool out = !part_.descriptor(slot).queued();
+            if (out || control_status(slot) == EVT_C_USED) all.push_back(look_at(slot, out));
+        }
+        return all;
+    }
+
+  private:
+    // The table may be made for more slots than buffer 0 has room for.
+    void find_table()
+    {
+        table_ = part_.offset(0);
+        const int room = part_.length() / static_cast<int>(sizeof(entry_t));
+        covered_ = table_ ? std::max(0, std::min(part_.buffers() - 1, room)) : 0;
+    }
+    int32_t control_status(int slot) const
+    {
+        if (slot > covered_) return EVT_C_INVALID;
+        entry_t entry{};
+        mapped_.copy(*table_ + sizeof entry * (static_cast<uint64_t>(slot) - 1), entry);
+        return entry.status;
+    }
+
+    event look_at(int slot, bool out)
+    {
+        event one;
+        const std::optional<uint64_t> at = part_.offset(slot);
+        head_t head{};
+        for (int look = 0; look < LOOKS; ++look) {
+            if (!at || part_.length() < static_cast<int>(sizeof head) || !mapped_.copy(*at, head)) {
+                one.sound = false;
+                break;
+            }
+            const int32_t before = control_status(slot);
+            one = event_of(*at, head);
+            head_t after{};
+            mapped_.copy(*at, after);
+            one.control_status = control_status(slot);
+            one.torn = std::memcmp(&head, &after, sizeof head) != 0 || before != one.control_status;
+            if (!one.torn) break;
+        }
+        one.slot = slot;
+        one.handed_out = out;
+        return one;
+    }
+
+    event event_of(uint64_t at, const head_t& head)
+    {
+        event one;
+        one.key = head.time;
+        one.id = head.eventid;
+        one.type = static_cast<int32_t>(head.evtype);
+        one.mask = head.tmask;
+        one.status = head.status;
+        one.start = micros(head.start);
+        one.update = micros(head.lupdate);
+        one.pid = head.pid;
+        one.bytes = head.evsize;
+        one.expected = head.nsblocks;
+        one.filled_said = head.sbfilled;
+        one.clients_said = head.nclients;
+        one.sound = Form::sound(head);
+        read_body(one, at + sizeof head, part_.length() - static_cast<int>(sizeof head));
+        return one;
+    }
+
+    // A count that the slot has no room for is cut to what it has.
+    void read_body(event& one, uint64_t at, int room)
+    {
+        constexpr int CLIENT = sizeof(zrk4_client_block), ENTRY = sizeof(zrk4_client_sblock_data);
+        const int clients = std::clamp(one.clients_said, 0, room / CLIENT);
+        one.clients.resize(static_cast<size_t>(clients));
+        if (clients > 0) mapped_.copy(at, one.clients.data(), one.clients.size() * CLIENT);
+        at += one.clients.size() * CLIENT;
+        const int entries = std::clamp(one.filled_said, 0, (room - clients * CLIENT) / ENTRY);
+        one.entries.reserve(static_cast<size_t>(entries));
+        for (int i = 0; i < entries; ++i, at += ENTRY) {
+            struct BM_PACKED {
+                int32_t shmid, bnum;
+            } place{};
+            mapped_.copy(at + CLI_NAME_SIZE, place);
+            one.entries.push_back({name_at(mapped_, at), place.shmid, place.bnum});
+        }
+    }
+
+    const partition& part_;
+    const read_only_segment& mapped_;
+    std::optional<uint64_t> table_; // where it begins
+    int covered_ = 0;               // slots 1 to covered_ have an entry
+};
+
+const char* word_of(records form) { return form == records::of_2024 ? "2024" : "2010"; }
+
+} // namespace
+
+std::string event::key_text() const { return fmt::format("{}:{:06}", +key.timeup, +key.timelow); }
+
+std::optional<records> shown_records(const partition& part, const read_only_segment& mapped)
+{
+    for (int slot = 1; slot < part.buffers(); ++slot) {
+        const std::optional<uint64_t> at = part.offset(slot);
+        uint64_t first = 0;
+        if (part.descriptor(slot).queued() || !at || part.length() < static_cast<int>(sizeof first)) continue;
+        mapped.copy(*at, first);
+        // A 2010 head begins with a time; one that is not written yet is zero.
+        if (first != 0) return first == EV_SLOT_PATTERN_2024 ? records::of_2024 : records::of_2010;
+    }
+    return {};
+}
+
+event_slots::event_slots(const partition& part, const read_only_segment& mapped, std::optional<records> form)
+    : slots_(std::max(0, part.buffers() - 1))
+{
+    const std::optional<records> shown = shown_records(part, mapped);
+    if (form && shown && *form != *shown) {
+        throw failure(exit_status::failed,
+                      fmt::format("the event slots of \"{}\" are of another generation", part.name))
+            .seen(fmt::format("records of {}", word_of(*shown)))
+            .needed(fmt::format("records of {}, as --records says", word_of(*form)))
+            .help(fmt::format("the same command with --records {}", word_of(*shown)));
+    }
+    form_ = form.value_or(shown.value_or(records::of_2010));
+    all_ = form_ == records::of_2024 ? slots_look<zrk4::impl::slots_2024>(part, mapped).take()
+                                     : slots_look<zrk4::impl::slots_2010>(part, mapped).take();
+}
+
+const event* event_slots::at(int slot) const
+{
+    const auto found = std::lower_bound(all_.begin(), all_.end(), slot,
+                                        [](const event& one, int wanted) { return one.slot < wanted; });
+    return found != all_.end() && found->slot == slot ? &*found : nullptr;
+}
+
+} // namespace bm

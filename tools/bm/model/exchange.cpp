@@ -1,0 +1,104 @@
+#include "model/exchange.h"
+
+#include <algorithm>
+#include <string_view>
+#include <unordered_set>
+
+#include <fmt/format.h>
+
+#include "evutl.h"
+#include "host/clock.h"
+
+namespace bm {
+
+exchange look_at_clients(const common_options& options)
+{
+    exchange seen;
+    const named_partition part = find_partition(options.clients);
+    seen.clients_part = part.seen;
+    seen.clients = client_slots(part.seen, *part.mapped);
+    seen.now = micros_now();
+    return seen;
+}
+
+exchange look_at_exchange(const common_options& options)
+{
+    // Events first: a client that comes later is in none of them, one that goes is missed by its number alone.
+    const named_partition events = find_partition(options.events);
+    event_slots slots(events.seen, *events.mapped, options.form);
+    exchange seen = look_at_clients(options);
+    seen.events_part = events.seen;
+    seen.events = std::move(slots);
+    return seen;
+}
+
+std::vector<debt> debts_of(const event& one, const client_slots& clients)
+{
+    std::unordered_set<std::string_view> delivered;
+    for (const event_entry& entry : one.entries) delivered.insert(entry.name);
+    std::vector<debt> all;
+    for (const zrk4_client_block& block : one.clients) {
+        const client* writer = clients.at(block.snum);
+        if (writer == nullptr || !writer->writes() || writer->evtype != one.type) continue;
+        debt owed{writer, {}};
+        for (const std::string& name : writer->names) {
+            if (!delivered.contains(name)) owed.names.push_back(name);
+        }
+        if (!owed.names.empty()) all.push_back(std::move(owed));
+    }
+    return all;
+}
+
+int unaccounted(const event& one, const std::vector<debt>& debts)
+{
+    int64_t left = int64_t{one.expected} - one.filled_said;
+    for (const debt& each : debts) left -= static_cast<int64_t>(each.names.size());
+    return static_cast<int>(std::clamp<int64_t>(left, 0, one.expected));
+}
+
+std::string client_label(int slot, const client_slots& clients)
+{
+    const client* one = clients.at(slot);
+    return fmt::format("{}{}", one == nullptr ? '?' : one->reads() ? 'R' : one->writes() ? 'W' : '?', slot);
+}
+
+const char* progress_word(int32_t status)
+{
+    switch (status) {
+    case CLI_S_WAIT:
+        return "waiting";
+    case CLI_S_NTF:
+        return "notified";
+    case CLI_S_PROC:
+        return "working";
+    case CLI_S_DONE:
+        return "done";
+    default:
+        return "invalid";
+    }
+}
+
+std::string type_text(int32_t type)
+{
+    return type >= 0 && type < ZRK4_EV_EVMAX ? std::string(event_name_itoa(type)) : fmt::format("{}", type);
+}
+
+std::string flaw_of(const event& one)
+{
+    if (one.torn) return "";
+    if (!one.handed_out) return "marked used, but its buffer is free";
+    if (one.control_status == EVT_C_FREE) return "taken, but not marked used";
+    if (one.control_status != EVT_C_USED) return fmt::format("its control entry says {}", one.control_status);
+    if (!one.sound) return "its head is none of this generation";
+    if (one.clients_said != static_cast<int32_t>(one.clients.size())) {
+        return fmt::format("its head says {} clients, there is room for {}", one.clients_said, one.clients.size());
+    }
+    if (one.filled_said != static_cast<int32_t>(one.entries.size())) {
+        return fmt::format("its head says {} entries, there is room for {}", one.filled_said, one.entries.size());
+    }
+    return "";
+}
+
+double idle_seconds(const event& one, int64_t now) { return seconds_between(std::max(one.start, one.update), now); }
+
+} // namespace bm
