@@ -1,6 +1,5 @@
 // bm clients: who is subscribed, and how they fare.
 #include <algorithm>
-#include <map>
 
 #include <fmt/format.h>
 #include <unistd.h>

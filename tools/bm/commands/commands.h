@@ -18,9 +18,13 @@ void add_master(command_line& line);
 void add_read(command_line& line);
 void add_repair(command_line& line);
 void add_rm(command_line& line);
+void add_show(command_line& line);
 void add_size(command_line& line);
+void add_stat(command_line& line);
+void add_top(command_line& line);
 void add_version(command_line& line);
 void add_watch(command_line& line);
+void add_why(command_line& line);
 void add_write(command_line& line);
 
 } // namespace bm

@@ -1,6 +1,6 @@
 // bm events: the events in the slots, what each still waits for, and who owes it.
 #include <algorithm>
-#include <map>
+#include <array>
 
 #include <fmt/format.h>
 
@@ -53,11 +53,20 @@ std::string remark(const event& one, int64_t now)
 /// "done: R5 W2; working: R7"
 std::string states_text(const event& one, const client_slots& clients)
 {
-    std::map<std::string, std::string> by_state;
-    for (const zrk4_client_block& block : one.clients)
-        by_state[progress_word(static_cast<int32_t>(block.status))] += " " + client_label(block.snum, clients);
+    constexpr std::array<int32_t, 5> STATES{CLI_S_INVAL, CLI_S_WAIT, CLI_S_NTF, CLI_S_PROC, CLI_S_DONE};
+    std::array<std::string, STATES.size()> labels;
+    for (const zrk4_client_block& block : one.clients) {
+        const auto state = std::find(STATES.begin() + 1, STATES.end(), static_cast<int32_t>(block.status));
+        std::string& of_state = labels[state == STATES.end() ? 0 : static_cast<size_t>(state - STATES.begin())];
+        of_state += ' ';
+        of_state += client_label(block.snum, clients);
+    }
     std::string all;
-    for (const auto& [state, labels] : by_state) all += (all.empty() ? "" : "; ") + state + ":" + labels;
+    for (size_t i = 0; i < STATES.size(); ++i) {
+        if (labels[i].empty()) continue;
+        if (!all.empty()) all += "; ";
+        all.append(progress_word(STATES[i])).append(":").append(labels[i]);
+    }
     return all.empty() ? "-" : all;
 }
 

@@ -31,7 +31,10 @@ static_assert(sizeof(front) == 48);
 
 class slot_look {
   public:
-    slot_look(const partition& part, const read_only_segment& mapped) : part_(part), mapped_(mapped) {}
+    slot_look(const partition& part, const read_only_segment& mapped, depth how)
+        : part_(part), mapped_(mapped), how_(how)
+    {
+    }
 
     std::optional<client> take(int slot)
     {
@@ -76,7 +79,7 @@ class slot_look {
     template <class Record> void read_names(client& one, uint64_t at)
     {
         const int fit = std::max(0, zrk4::impl::client_slot::names_that_fit<Record>(part_.length()));
-        const int count = std::clamp(one.names_said, 0, fit);
+        const int count = how_ == depth::whole ? std::clamp(one.names_said, 0, fit) : 0;
         one.names.reserve(static_cast<size_t>(count));
         for (int k = 0; k < count; ++k) {
             one.names.push_back(
@@ -86,26 +89,31 @@ class slot_look {
 
     const partition& part_;
     const read_only_segment& mapped_;
+    depth how_;
 };
 
 } // namespace
 
-client_slots::client_slots(const partition& part, const read_only_segment& mapped)
+client_slots::client_slots(const partition& part, const read_only_segment& mapped, depth how)
 {
     if (const auto at = part.offset(0); at && part.length() >= static_cast<int>(sizeof control_))
         mapped.copy(*at, control_);
-    slot_look look(part, mapped);
+    number_.assign(static_cast<size_t>(part.buffers()), -1);
+    slot_look look(part, mapped, how);
     for (int slot = 1; slot < part.buffers(); ++slot) {
         if (part.descriptor(slot).queued()) continue;
-        if (std::optional<client> one = look.take(slot)) all_.push_back(std::move(*one));
+        std::optional<client> one = look.take(slot);
+        if (!one) continue;
+        number_[static_cast<size_t>(slot)] = static_cast<int32_t>(all_.size());
+        all_.push_back(std::move(*one));
     }
 }
 
 const client* client_slots::at(int slot) const
 {
-    const auto found = std::lower_bound(all_.begin(), all_.end(), slot,
-                                        [](const client& one, int wanted) { return one.slot < wanted; });
-    return found != all_.end() && found->slot == slot ? &*found : nullptr;
+    if (slot < 0 || static_cast<size_t>(slot) >= number_.size()) return nullptr;
+    const int32_t number = number_[static_cast<size_t>(slot)];
+    return number < 0 ? nullptr : &all_[static_cast<size_t>(number)];
 }
 
 } // namespace bm

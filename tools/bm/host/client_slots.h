@@ -32,11 +32,17 @@ struct client {
     const char* role() const { return reads() ? "reader" : writes() ? "writer" : "unknown"; }
 };
 
+/// How much of a slot is read.
+enum class depth {
+    heads, ///< no names, no entries: for commands that look again and again
+    whole
+};
+
 class client_slots {
   public:
     client_slots() = default;
     /// Reads every slot that is handed out.
-    client_slots(const partition& part, const read_only_segment& mapped);
+    client_slots(const partition& part, const read_only_segment& mapped, depth how = depth::whole);
 
     const std::vector<client>& all() const { return all_; }
     /// Null when the slot is free or does not exist.
@@ -45,7 +51,8 @@ class client_slots {
 
   private:
     zrk4_client_ctrl_block control_{};
-    std::vector<client> all_; // by slot
+    std::vector<client> all_;     // by slot
+    std::vector<int32_t> number_; // of each slot's client in all_, -1 for a free one
 };
 
 } // namespace bm

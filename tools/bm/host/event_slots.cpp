@@ -20,16 +20,23 @@ template <class Form> class slots_look {
     using head_t = typename Form::head;
     using entry_t = typename Form::entry;
 
-    slots_look(const partition& part, const read_only_segment& mapped) : part_(part), mapped_(mapped) { find_table(); }
-
-    std::vector<event> take()
+    slots_look(const partition& part, const read_only_segment& mapped, depth how)
+        : part_(part), mapped_(mapped), how_(how)
     {
-        std::vector<event> all;
+        find_table();
+    }
+
+    void take(std::vector<event>& all, std::vector<event>& past)
+    {
         for (int slot = 1; slot < part_.buffers(); ++slot) {
             const bool out = !part_.descriptor(slot).queued();
-            if (out || control_status(slot) == EVT_C_USED) all.push_back(look_at(slot, out));
+            const entry_t now = entry(slot);
+            if (out || now.status == EVT_C_USED) {
+                all.push_back(look_at(slot, out));
+            } else if (how_ == depth::heads && now.key.timeup != 0) { // it was in use once: its page is there
+                past.push_back(look_at(slot, out));
+            }
         }
-        return all;
     }
 
   private:
@@ -40,12 +47,12 @@ template <class Form> class slots_look {
         const int room = part_.length() / static_cast<int>(sizeof(entry_t));
         covered_ = table_ ? std::max(0, std::min(part_.buffers() - 1, room)) : 0;
     }
-    int32_t control_status(int slot) const
+    entry_t entry(int slot) const
     {
-        if (slot > covered_) return EVT_C_INVALID;
-        entry_t entry{};
-        mapped_.copy(*table_ + sizeof entry * (static_cast<uint64_t>(slot) - 1), entry);
-        return entry.status;
+        entry_t now{};
+        now.status = EVT_C_INVALID;
+        if (slot <= covered_) mapped_.copy(*table_ + sizeof now * (static_cast<uint64_t>(slot) - 1), now);
+        return now;
     }
 
     event look_at(int slot, bool out)
@@ -58,11 +65,11 @@ template <class Form> class slots_look {
                 one.sound = false;
                 break;
             }
-            const int32_t before = control_status(slot);
+            const int32_t before = entry(slot).status;
             one = event_of(*at, head);
             head_t after{};
             mapped_.copy(*at, after);
-            one.control_status = control_status(slot);
+            one.control_status = entry(slot).status;
             one.torn = std::memcmp(&head, &after, sizeof head) != 0 || before != one.control_status;
             if (!one.torn) break;
         }
@@ -99,6 +106,7 @@ template <class Form> class slots_look {
         one.clients.resize(static_cast<size_t>(clients));
         if (clients > 0) mapped_.copy(at, one.clients.data(), one.clients.size() * CLIENT);
         at += one.clients.size() * CLIENT;
+        if (how_ == depth::heads) return;
         const int entries = std::clamp(one.filled_said, 0, (room - clients * CLIENT) / ENTRY);
         one.entries.reserve(static_cast<size_t>(entries));
         for (int i = 0; i < entries; ++i, at += ENTRY) {
@@ -112,6 +120,7 @@ template <class Form> class slots_look {
 
     const partition& part_;
     const read_only_segment& mapped_;
+    depth how_;
     std::optional<uint64_t> table_; // where it begins
     int covered_ = 0;               // slots 1 to covered_ have an entry
 };
@@ -122,20 +131,38 @@ const char* word_of(records form) { return form == records::of_2024 ? "2024" : "
 
 std::string event::key_text() const { return fmt::format("{}:{:06}", +key.timeup, +key.timelow); }
 
+namespace {
+
+// The table tells, too: an entry of 2010 begins with its status, one of 2024 with the seconds of its key. Slot 1 is the
+// first that is ever taken.
+std::optional<records> records_of_table(const partition& part, const read_only_segment& mapped)
+{
+    struct BM_PACKED {
+        uint32_t first, second;
+    } entry{};
+    const std::optional<uint64_t> at = part.offset(0);
+    if (!at || part.length() < static_cast<int>(sizeof entry) || !mapped.copy(*at, entry)) return {};
+    if (entry.first > EVT_C_INVALID) return records::of_2024;
+    return entry.second != 0 ? std::optional(records::of_2010) : std::nullopt;
+}
+
+} // namespace
+
 std::optional<records> shown_records(const partition& part, const read_only_segment& mapped)
 {
     for (int slot = 1; slot < part.buffers(); ++slot) {
+        if (part.descriptor(slot).queued()) continue;
         const std::optional<uint64_t> at = part.offset(slot);
         uint64_t first = 0;
-        if (part.descriptor(slot).queued() || !at || part.length() < static_cast<int>(sizeof first)) continue;
+        if (!at || part.length() < static_cast<int>(sizeof first)) continue;
         mapped.copy(*at, first);
         // A 2010 head begins with a time; one that is not written yet is zero.
         if (first != 0) return first == EV_SLOT_PATTERN_2024 ? records::of_2024 : records::of_2010;
     }
-    return {};
+    return records_of_table(part, mapped);
 }
 
-event_slots::event_slots(const partition& part, const read_only_segment& mapped, std::optional<records> form)
+event_slots::event_slots(const partition& part, const read_only_segment& mapped, std::optional<records> form, depth how)
     : slots_(std::max(0, part.buffers() - 1))
 {
     const std::optional<records> shown = shown_records(part, mapped);
@@ -147,8 +174,11 @@ event_slots::event_slots(const partition& part, const read_only_segment& mapped,
             .help(fmt::format("the same command with --records {}", word_of(*shown)));
     }
     form_ = form.value_or(shown.value_or(records::of_2010));
-    all_ = form_ == records::of_2024 ? slots_look<zrk4::impl::slots_2024>(part, mapped).take()
-                                     : slots_look<zrk4::impl::slots_2010>(part, mapped).take();
+    if (form_ == records::of_2024) {
+        slots_look<zrk4::impl::slots_2024>(part, mapped, how).take(all_, past_);
+    } else {
+        slots_look<zrk4::impl::slots_2010>(part, mapped, how).take(all_, past_);
+    }
 }
 
 const event* event_slots::at(int slot) const

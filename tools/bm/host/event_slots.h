@@ -10,6 +10,7 @@
 
 #include "BM_int.h"
 #include "cli/options.h"
+#include "host/client_slots.h"
 #include "host/partition.h"
 
 namespace bm {
@@ -61,21 +62,25 @@ class event_slots {
     /// Reads every slot that is handed out or marked used. Of those that were never taken no page is touched.
     /// @param form  generation; empty: the one that the slots show
     /// @throws failure when the slots hold records of the other generation than `form`
-    event_slots(const partition& part, const read_only_segment& mapped, std::optional<records> form);
+    event_slots(const partition& part, const read_only_segment& mapped, std::optional<records> form,
+                depth how = depth::whole);
 
     const std::vector<event>& all() const { return all_; }
     const event* at(int slot) const;
+    /// Heads of events that are over, in slots that nobody has taken since; with depth::heads only.
+    const std::vector<event>& past() const { return past_; }
     /// Slots that the partition has.
     int slots() const { return slots_; }
     records form() const { return form_; }
 
   private:
     std::vector<event> all_; // by slot
+    std::vector<event> past_;
     int slots_ = 0;
     records form_ = records::of_2010;
 };
 
-/// Generation that the slots in use show; empty when none is in use.
+/// Generation that the slots in use show, or else the control table; empty when no slot was ever in use.
 std::optional<records> shown_records(const partition& part, const read_only_segment& mapped);
 
 } // namespace bm

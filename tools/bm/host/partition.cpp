@@ -5,6 +5,7 @@
 
 #include <fmt/format.h>
 #include <sys/sem.h>
+#include <unistd.h>
 
 #include "geometry.h"
 #include "queue_look.h"
@@ -138,7 +139,8 @@ partition look_at(const segment& where, const read_only_segment& mapped)
         partition_look(seen, mapped).take();
     } else if (mapped.error() == EACCES || mapped.error() == EPERM) {
         seen.state = partition_state::unreadable;
-        seen.why = fmt::format("user {} may not read it (mode {:03o})", where.uid, where.mode & 0777U);
+        seen.why =
+            fmt::format("user {} may not read it: of user {}, mode {:03o}", geteuid(), where.uid, where.mode & 0777U);
     } else {
         seen.state = partition_state::gone;
         seen.why = std::string("removed meanwhile: ") + std::strerror(mapped.error());

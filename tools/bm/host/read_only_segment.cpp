@@ -6,7 +6,7 @@
 
 namespace bm {
 
-read_only_segment::read_only_segment(int id)
+read_only_segment::read_only_segment(int id) : id_(id)
 {
     const void* at = shmat(id, nullptr, SHM_RDONLY);
     if (at == reinterpret_cast<const void*>(-1)) {
@@ -27,6 +27,12 @@ read_only_segment::read_only_segment(int id)
 read_only_segment::~read_only_segment()
 {
     if (at_ != nullptr) shmdt(at_);
+}
+
+bool read_only_segment::removed() const
+{
+    shmid_ds info{};
+    return shmctl(id_, IPC_STAT, &info) != 0 || (info.shm_perm.mode & SHM_DEST) != 0;
 }
 
 } // namespace bm

@@ -24,6 +24,8 @@ class read_only_segment {
     /// The call's error when there is no mapping: EACCES, EINVAL (gone), EIDRM.
     int error() const { return error_; }
     uint64_t bytes() const { return bytes_; }
+    /// Whether the segment was removed meanwhile, and lives on for us alone.
+    bool removed() const;
 
     /// Copies `count` bytes (a multiple of 4) as they stand now. @return false when they do not lie in the segment;
     /// nothing is copied then.
@@ -40,6 +42,7 @@ class read_only_segment {
     }
 
   private:
+    int id_;
     const char* at_ = nullptr;
     uint64_t bytes_ = 0;
     int error_ = 0;

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <string_view>
-#include <unordered_set>
 
 #include <fmt/format.h>
 
@@ -34,15 +33,18 @@ exchange look_at_exchange(const common_options& options)
 
 std::vector<debt> debts_of(const event& one, const client_slots& clients)
 {
-    std::unordered_set<std::string_view> delivered;
-    for (const event_entry& entry : one.entries) delivered.insert(entry.name);
     std::vector<debt> all;
+    if (one.filled_said >= one.expected && !one.garbled()) return all;
+    std::vector<std::string_view> delivered(one.entries.size());
+    std::transform(one.entries.begin(), one.entries.end(), delivered.begin(),
+                   [](const event_entry& entry) { return std::string_view(entry.name); });
+    std::sort(delivered.begin(), delivered.end());
     for (const zrk4_client_block& block : one.clients) {
         const client* writer = clients.at(block.snum);
         if (writer == nullptr || !writer->writes() || writer->evtype != one.type) continue;
         debt owed{writer, {}};
         for (const std::string& name : writer->names) {
-            if (!delivered.contains(name)) owed.names.push_back(name);
+            if (!std::binary_search(delivered.begin(), delivered.end(), name)) owed.names.push_back(name);
         }
         if (!owed.names.empty()) all.push_back(std::move(owed));
     }
@@ -59,7 +61,7 @@ int unaccounted(const event& one, const std::vector<debt>& debts)
 std::string client_label(int slot, const client_slots& clients)
 {
     const client* one = clients.at(slot);
-    return fmt::format("{}{}", one == nullptr ? '?' : one->reads() ? 'R' : one->writes() ? 'W' : '?', slot);
+    return (one == nullptr ? '?' : one->reads() ? 'R' : one->writes() ? 'W' : '?') + std::to_string(slot);
 }
 
 const char* progress_word(int32_t status)

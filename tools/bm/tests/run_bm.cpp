@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -35,16 +36,19 @@ class catcher {
     std::FILE* file_;
 };
 
-[[noreturn]] void become(const std::vector<std::string>& arguments, const std::vector<std::string>& environment)
+double seconds_of(const timeval& t) { return static_cast<double>(t.tv_sec) + static_cast<double>(t.tv_usec) / 1e6; }
+
+[[noreturn]] void become(const std::string& program, const std::vector<std::string>& arguments,
+                         const std::vector<std::string>& environment)
 {
     for (const std::string& each : environment) {
         const size_t equals = each.find('=');
         setenv(each.substr(0, equals).c_str(), each.substr(equals + 1).c_str(), 1);
     }
-    std::vector<char*> argv{const_cast<char*>(BM_COMMAND)};
+    std::vector<char*> argv{const_cast<char*>(program.c_str())};
     for (const std::string& each : arguments) argv.push_back(const_cast<char*>(each.c_str()));
     argv.push_back(nullptr);
-    execv(BM_COMMAND, argv.data());
+    execvp(program.c_str(), argv.data());
     _exit(127);
 }
 
@@ -63,17 +67,25 @@ const char* bm_command() { return BM_COMMAND; }
 
 outcome run_bm(const std::vector<std::string>& arguments, const std::vector<std::string>& environment)
 {
+    return run_program(BM_COMMAND, arguments, environment);
+}
+
+outcome run_program(const std::string& program, const std::vector<std::string>& arguments,
+                    const std::vector<std::string>& environment)
+{
     const catcher out, err;
     const pid_t pid = fork();
     if (pid == 0) {
         alarm(30); // bounded, whatever it waits for
         dup2(out.fd(), STDOUT_FILENO);
         dup2(err.fd(), STDERR_FILENO);
-        become(arguments, environment);
+        become(program, arguments, environment);
     }
     int status = 0;
-    waitpid(pid, &status, 0);
-    return {WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status), out.text(), err.text()};
+    rusage used{};
+    wait4(pid, &status, 0, &used);
+    return {WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status), out.text(), err.text(),
+            seconds_of(used.ru_utime) + seconds_of(used.ru_stime)};
 }
 
 nlohmann::json outcome::document() const

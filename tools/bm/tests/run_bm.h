@@ -14,6 +14,7 @@ struct outcome {
     int status = -1; ///< exit status; 128 + n when signal n ended it
     std::string out;
     std::string err;
+    double processor_s = 0; ///< time of the processor that it took
 
     /// Standard output as a document; the test fails, and an empty one comes, when it is none.
     nlohmann::json document() const;
@@ -22,6 +23,10 @@ struct outcome {
 /// Runs the command with these arguments and waits for its end.
 /// @param environment  "NAME=value", added to the test's own
 outcome run_bm(const std::vector<std::string>& arguments, const std::vector<std::string>& environment = {});
+
+/// The same with another program, found in PATH.
+outcome run_program(const std::string& program, const std::vector<std::string>& arguments,
+                    const std::vector<std::string>& environment = {});
 
 /// The text with every run of blanks as one: columns move with the numbers in them.
 std::string words_of(const std::string& text);

@@ -1,0 +1,156 @@
+#include "model/sampler.h"
+
+#include <algorithm>
+
+#include "host/clock.h"
+
+namespace bm {
+namespace {
+
+/// The monitor frees an event after some 5 seconds without a change; one that was this still is taken for freed by it.
+constexpr double STILL_S = 4.5;
+
+bool a_reader_works_on(const event& one, const moment& seen)
+{
+    return std::any_of(one.clients.begin(), one.clients.end(), [&](const zrk4_client_block& block) {
+        if (static_cast<int32_t>(block.status) != CLI_S_PROC) return false;
+        return std::any_of(seen.clients.begin(), seen.clients.end(), [&](const moving_client& client) {
+            return client.what.slot == block.snum && client.what.reads() && !client.who.gone();
+        });
+    });
+}
+
+bool same_event(const event& a, const event& b)
+{
+    return a.slot == b.slot && a.start == b.start && a.pid == b.pid && a.key.timeup == b.key.timeup &&
+           a.key.timelow == b.key.timelow;
+}
+
+/// Client `slot` of the look before, while it was the same client's; null otherwise.
+const moving_client* same_client(const std::optional<moment>& before, const client& now)
+{
+    if (!before) return nullptr;
+    const auto at = std::lower_bound(before->clients.begin(), before->clients.end(), now.slot,
+                                     [](const moving_client& one, int wanted) { return one.what.slot < wanted; });
+    const bool same = at != before->clients.end() && at->what.slot == now.slot && at->what.pid == now.pid &&
+                      at->what.evtype == now.evtype && at->what.type == now.type;
+    return same ? &*at : nullptr;
+}
+
+} // namespace
+
+// A master that starts again may have made the partitions anew: ours are then removed ones.
+void sampler::find()
+{
+    if (clients_ && events_ && !clients_->mapped->removed() && !events_->mapped->removed()) {
+        clients_->seen = look_at(clients_->seen.where, *clients_->mapped);
+        events_->seen = look_at(events_->seen.where, *events_->mapped);
+        if (clients_->seen.state == partition_state::sound && events_->seen.state == partition_state::sound) return;
+    }
+    clients_.reset();
+    events_.reset();
+    before_.reset();
+    events_ = find_partition(options_.events);
+    clients_ = find_partition(options_.clients);
+}
+
+moment sampler::look()
+{
+    find();
+    moment seen;
+    const event_slots events(events_->seen, *events_->mapped, options_.form, depth::heads);
+    const client_slots clients(clients_->seen, *clients_->mapped, depth::heads);
+    seen.now = micros_now();
+    seen.span_s = before_ ? seconds_between(before_->now, seen.now) : 0;
+    count_clients(seen, clients);
+    count_events(seen, events);
+    count_reclaims(seen, clients);
+    count_buffers(seen);
+    before_ = seen;
+    return seen;
+}
+
+// An event counts once for each of its clients: a type's events are those of its busiest client.
+void sampler::count_clients(moment& into, const client_slots& slots)
+{
+    const std::optional<udp_sockets> sockets = udp_sockets_now();
+    processes known(clients_->seen.where.uid);
+    for (const client& one : slots.all()) {
+        moving_client moving{one, known.owner_of(one.pid, one.access), 0, {}, 0};
+        const moving_client* then = same_client(before_, one);
+        if (then != nullptr && into.span_s > 0) {
+            moving.rate = (static_cast<uint32_t>(one.events) - static_cast<uint32_t>(then->what.events)) / into.span_s;
+            double& of_type = into.rate_of_type[one.evtype];
+            of_type = std::max(of_type, moving.rate);
+        }
+        if (one.reads() && sockets) {
+            if (const auto at = sockets->find(one.port & 0xffff); at != sockets->end()) moving.socket = at->second;
+        }
+        if (moving.socket && then != nullptr && then->socket && moving.socket->drops >= then->socket->drops)
+            moving.new_drops = moving.socket->drops - then->socket->drops;
+        into.drops += moving.new_drops;
+        into.clients.push_back(std::move(moving));
+    }
+}
+
+// Slots keep the heads of events that are over until somebody takes them again: their sizes are known, and where the
+// counters of clients tell less, they do.
+void sampler::count_events(moment& into, const event_slots& slots) const
+{
+    struct begun {
+        int count = 0;
+        double bytes = 0;
+    };
+    std::map<int32_t, begun> since;
+    const int64_t from = before_ ? before_->now : into.now;
+    const auto add = [&](const event& one, bool over) {
+        if (one.start <= from || one.start > into.now) return;
+        begun& type = since[one.type];
+        if (!over && one.filled_said < one.expected) return;
+        ++type.count;
+        type.bytes += static_cast<double>(std::max<int64_t>(one.bytes, 0));
+    };
+    for (const event& one : slots.past()) add(one, true);
+    for (const event& one : slots.all()) {
+        add(one, false);
+        into.oldest_s = std::max(into.oldest_s, seconds_between(one.start, into.now));
+    }
+    into.events = slots.all();
+    into.open = static_cast<int>(into.events.size());
+    into.slots = slots.slots();
+    for (const auto& [type, seen] : since) {
+        double& rate = into.rate_of_type[type];
+        if (into.span_s > 0) rate = std::max(rate, seen.count / into.span_s);
+        if (seen.count > 0) into.bytes_per_s += rate * seen.bytes / seen.count;
+    }
+    for (const auto& [type, rate] : into.rate_of_type) into.events_per_s += rate;
+}
+
+void sampler::count_reclaims(moment& into, const client_slots& clients) const
+{
+    if (!before_) return;
+    for (const event& then : before_->events) {
+        if (idle_seconds(then, before_->now) < STILL_S || a_reader_works_on(then, *before_)) continue;
+        const bool there = std::any_of(into.events.begin(), into.events.end(),
+                                       [&](const event& one) { return same_event(one, then); });
+        if (!there) ++into.reclaims;
+    }
+    for (const moving_client& then : before_->clients) {
+        if (!then.who.gone()) continue;
+        const client* now = clients.at(then.what.slot);
+        if (now == nullptr || now->pid != then.what.pid) ++into.reclaims;
+    }
+}
+
+void sampler::count_buffers(moment& into) const
+{
+    for (partition& part : partitions_of_host()) {
+        const bool slots = part.where.id == clients_->seen.where.id || part.where.id == events_->seen.where.id;
+        if (part.state != partition_state::sound || slots) continue;
+        into.out += part.out();
+        into.buffers += part.buffers();
+        into.data.push_back(std::move(part));
+    }
+}
+
+} // namespace bm
