@@ -136,9 +136,23 @@ TEST_P(Hostile, ControlCharactersOfANameDoNotReachTheTerminal)
     EXPECT_EQ(all.back()["blocks"][0], "\x1b[2J\x07");
 }
 
+// A slot that changes faster than it can be read is read again, then marked, and is no fault.
+TEST_P(Hostile, ASlotThatNeverStandsStillIsMarkedAsTorn)
+{
+    shared<std::atomic<bool>> enough;
+    child writing([&] {
+        for (uint32_t n = 0; !enough->load(); ++n)
+            slot(1).put_time(&slot_layout::lupdate, {seconds_ago(0).timeup, n % 1000000});
+    });
+    const auto first = [] { return run_bm({"events", "--json"}).document()["events"].at(0); };
+    EXPECT_TRUE(eventually([&] { return first()["torn"] == true; }));
+    *enough = true;
+    EXPECT_EQ(writing.wait(), 0);
+    EXPECT_EQ(first()["torn"], false);
+}
+
 class Moving : public CleanNamespace {};
 
-// A slot that changes faster than it can be read is read again, then marked; nothing is made up of two events.
 TEST_F(Moving, APartitionMadeAndRemovedAllTheTimeIsReadOrNot)
 {
     shared<std::atomic<bool>> enough;
