@@ -10,31 +10,38 @@ namespace {
 /// The monitor frees an event after some 5 seconds without a change; one that was this still is taken for freed by it.
 constexpr double STILL_S = 4.5;
 
+int slot_of(const moving_client& one) { return one.what.slot; }
+int slot_of(const event& one) { return one.slot; }
+
+/// The one in `slot`, of a list by slot; null when it is not there.
+template <class Item> const Item* in_slot(const std::vector<Item>& all, int slot)
+{
+    const auto at = std::lower_bound(all.begin(), all.end(), slot,
+                                     [](const Item& one, int wanted) { return slot_of(one) < wanted; });
+    return at != all.end() && slot_of(*at) == slot ? &*at : nullptr;
+}
+
 bool a_reader_works_on(const event& one, const moment& seen)
 {
     return std::any_of(one.clients.begin(), one.clients.end(), [&](const zrk4_client_block& block) {
         if (static_cast<int32_t>(block.status) != CLI_S_PROC) return false;
-        return std::any_of(seen.clients.begin(), seen.clients.end(), [&](const moving_client& client) {
-            return client.what.slot == block.snum && client.what.reads() && !client.who.gone();
-        });
+        const moving_client* client = in_slot(seen.clients, block.snum);
+        return client != nullptr && client->what.reads() && !client->who.gone();
     });
 }
 
 bool same_event(const event& a, const event& b)
 {
-    return a.slot == b.slot && a.start == b.start && a.pid == b.pid && a.key.timeup == b.key.timeup &&
-           a.key.timelow == b.key.timelow;
+    return a.start == b.start && a.pid == b.pid && a.key.timeup == b.key.timeup && a.key.timelow == b.key.timelow;
 }
 
-/// Client `slot` of the look before, while it was the same client's; null otherwise.
+/// The client of the look before, while it was the same one; null otherwise.
 const moving_client* same_client(const std::optional<moment>& before, const client& now)
 {
-    if (!before) return nullptr;
-    const auto at = std::lower_bound(before->clients.begin(), before->clients.end(), now.slot,
-                                     [](const moving_client& one, int wanted) { return one.what.slot < wanted; });
-    const bool same = at != before->clients.end() && at->what.slot == now.slot && at->what.pid == now.pid &&
-                      at->what.evtype == now.evtype && at->what.type == now.type;
-    return same ? &*at : nullptr;
+    const moving_client* then = before ? in_slot(before->clients, now.slot) : nullptr;
+    const bool same =
+        then != nullptr && then->what.pid == now.pid && then->what.evtype == now.evtype && then->what.type == now.type;
+    return same ? then : nullptr;
 }
 
 } // namespace
@@ -131,9 +138,8 @@ void sampler::count_reclaims(moment& into, const client_slots& clients) const
     if (!before_) return;
     for (const event& then : before_->events) {
         if (idle_seconds(then, before_->now) < STILL_S || a_reader_works_on(then, *before_)) continue;
-        const bool there = std::any_of(into.events.begin(), into.events.end(),
-                                       [&](const event& one) { return same_event(one, then); });
-        if (!there) ++into.reclaims;
+        const event* now = in_slot(into.events, then.slot);
+        if (now == nullptr || !same_event(*now, then)) ++into.reclaims;
     }
     for (const moving_client& then : before_->clients) {
         if (!then.who.gone()) continue;
