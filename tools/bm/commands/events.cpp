@@ -75,10 +75,11 @@ std::string missing_text(const shown_event& one, processes& known)
 {
     std::string all;
     for (const debt& each : one.debts) {
-        std::string names;
-        for (const std::string& name : each.names) names += (names.empty() ? "" : ", ") + printable(name);
-        all += fmt::format("{}{} from {} (W{})", all.empty() ? "" : "; ", names, known.of(each.writer->pid).text(),
-                           each.writer->slot);
+        if (!all.empty()) all += "; ";
+        for (const std::string& name : each.names)
+            all.append(&name == &each.names.front() ? "" : ", ").append(printable(name));
+        all.append(" from ").append(known.of(each.writer->pid).text());
+        all.append(" (W").append(std::to_string(each.writer->slot)).append(")");
     }
     if (one.lost > 0) all += fmt::format("{}{} of writers that have left", all.empty() ? "" : "; ", one.lost);
     return all.empty() ? "-" : all;
