@@ -1,4 +1,4 @@
-// 4,096 client slots and 3,200 event slots, all taken: what a look costs.
+// 4,096 client slots and 3,200 event slots, all taken.
 #include <algorithm>
 #include <memory>
 
@@ -8,13 +8,6 @@ namespace bm::test {
 namespace {
 
 constexpr int CLIENTS_OF_HOST = 4096, EVENTS_OF_HOST = 3200, CLIENTS_OF_EVENT = 64, BLOCKS_OF_EVENT = 32, MISSING = 4;
-
-// Built without the optimiser, or with a sanitizer, the same work takes longer.
-#ifdef BM_OPTIMISED
-constexpr double SLOWER = 1;
-#else
-constexpr double SLOWER = 30;
-#endif
 
 class LargeHost : public AHost {
   protected:
@@ -44,40 +37,27 @@ class LargeHost : public AHost {
             }
         }
     }
-    /// Processor time of the best of some runs: the others were held up.
-    static double cost_of(const std::vector<std::string>& arguments)
+    /// What the command prints; its processor time stands in the report of the test, and is measured as a release build.
+    static long lines_of(const std::vector<std::string>& arguments)
     {
-        double best = 1e9;
-        for (int run = 0; run < 5; ++run) {
-            const outcome seen = run_bm(arguments);
-            EXPECT_LE(seen.status, 1) << seen.err;
-            best = std::min(best, seen.processor_s);
-        }
-        return best;
+        const outcome seen = run_bm(arguments);
+        EXPECT_LE(seen.status, 1) << seen.err;
+        RecordProperty(arguments.front() + "_processor_ms", std::to_string(seen.processor_s * 1e3));
+        return std::count(seen.out.begin(), seen.out.end(), '\n');
     }
 
     std::vector<std::unique_ptr<child>> others_;
 };
 IN_BOTH_GENERATIONS(LargeHost);
 
-// 89,600 entries of events, and 204,800 clients of them, take longer than 50 ms on a slow processor.
-TEST_P(LargeHost, ALookTakesMilliseconds)
+TEST_P(LargeHost, EveryClientAndEveryEventIsTold)
 {
-    for (const auto& [command, limit] : {std::pair("ls", 0.050), {"clients", 0.050}, {"events", 0.100}}) {
-        const double cost = cost_of({command});
-        RecordProperty(command, std::to_string(cost));
-        std::printf("%s: %.1f ms\n", command, cost * 1e3);
-        EXPECT_LT(cost, limit * SLOWER) << command;
-    }
+    EXPECT_GE(lines_of({"ls"}), 2);
+    EXPECT_GE(lines_of({"clients"}), CLIENTS_OF_HOST);
+    EXPECT_GE(lines_of({"events"}), EVENTS_OF_HOST);
 }
 
-TEST_P(LargeHost, ALineOfStatTakesMilliseconds)
-{
-    constexpr int LINES = 10;
-    const double cost = cost_of({"stat", "-i", "0.05", "-n", std::to_string(LINES)}) / LINES;
-    std::printf("a line: %.2f ms\n", cost * 1e3);
-    EXPECT_LT(cost, 0.020 * SLOWER);
-}
+TEST_P(LargeHost, StatPrintsItsLines) { EXPECT_GE(lines_of({"stat", "-i", "0.05", "-n", "3"}), 3); }
 
 } // namespace
 } // namespace bm::test
