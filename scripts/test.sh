@@ -17,7 +17,7 @@ TEXT
 }
 
 presets=(release asan-ubsan tsan)
-checks=(layout mistakes second_compiler soak kill_sweep call_faults hostile_data model documentation packages)
+checks=(layout mistakes second_compiler soak kill_sweep call_faults hostile_data model documentation)
 while (($# > 0)); do
     case $1 in
         --quick)
@@ -64,7 +64,7 @@ mistakes() { scripts/lint.sh --tidy library examples; }
 
 # A compiler and CMake are all that the libraries need.
 second_compiler() {
-    cmake -S . -B build/clang -DBUILD_TESTING=OFF -DZRK4_WERROR=ON -DCMAKE_CXX_COMPILER=clang++ &&
+    cmake -S . -B build/clang -DBUILD_TESTING=OFF -DZRK4_TOOLS=OFF -DZRK4_WERROR=ON -DCMAKE_CXX_COMPILER=clang++ &&
         cmake --build build/clang -j "$(nproc)" &&
         [[ -e build/clang/lib/libZRK4bm.so && -e build/clang/lib/libZRK4evutl.so ]]
 }
@@ -79,9 +79,6 @@ call_faults() { scripts/call-faults.sh --sample; }
 model() { scripts/model.sh --sample; }
 
 documentation() { scripts/docs.sh; }
-
-# Of what the second compiler has made: nothing is built again.
-packages() { scripts/packages.sh build/clang; }
 
 # Segments and semaphore sets of the host, and running programs of this tree, one per line: what lies in a namespace of
 # its own goes with the last process in it, and no sooner.
