@@ -27,6 +27,14 @@ std::set<int> segments_in(const std::string& maps, const std::set<int>& wanted)
     return seen;
 }
 
+/// Segments of another namespace may have the same ids.
+bool shares_our_namespace(const std::string& place)
+{
+    struct stat ours {}, theirs {};
+    return stat("/proc/self/ns/ipc", &ours) == 0 && stat(host_path(place + "/ns/ipc").c_str(), &theirs) == 0 &&
+           ours.st_dev == theirs.st_dev && ours.st_ino == theirs.st_ino;
+}
+
 bool is_number(const std::string& name)
 {
     return !name.empty() && std::all_of(name.begin(), name.end(), [](unsigned char c) { return std::isdigit(c) != 0; });
@@ -46,6 +54,7 @@ std::vector<attached_process> attached_to(const std::set<int>& segments)
     for (const std::string& name : host_directory("/proc")) {
         if (!is_number(name) || name == std::to_string(getpid())) continue;
         const std::string place = "/proc/" + name;
+        if (!shares_our_namespace(place)) continue;
         attached_process one;
         one.segments = segments_in(host_file(place + "/maps").value_or(""), segments);
         if (one.segments.empty()) continue;

@@ -4,7 +4,9 @@
 
 #include "C_shm_buffer.h"
 #include "background_bm.h"
+#include "child.h"
 #include "clean_namespace.h"
+#include "latch.h"
 #include "live_segment.h"
 #include "model/doctor.h"
 #include "partition_ids.h"
@@ -216,6 +218,37 @@ TEST_F(Doctor, AnExchangeWithoutItsMaster)
     EXPECT_EQ(one["verdict"], "bad") << one;
     EXPECT_EQ(one["found"], "none");
     EXPECT_EQ(one["mend"], "bm master");
+    clear_ipc_namespace();
+}
+
+/// Attaches the segment that has this id in an IPC namespace of its own.
+void attach_in_another_namespace(int id)
+{
+    ASSERT_TRUE(enter_ipc_namespace());
+    int made = -1;
+    while (made < id) ASSERT_GE(made = shmget(IPC_PRIVATE, 4096, 0600), 0);
+    ASSERT_EQ(made, id);
+    ASSERT_NE(shmat(made, nullptr, SHM_RDONLY), reinterpret_cast<void*>(-1));
+}
+
+TEST_F(Doctor, AnotherNamespacesUsersAreNotOurs)
+{
+    {
+        background_bm master({"master", "--clients", "4", "--blocks", "4", "--rate", "4"});
+        ASSERT_TRUE(master.says("ready: "));
+        EXPECT_EQ(master.end(), 0);
+    }
+    const int clients = run_bm({"show", "ZRK4_CLIENT_SLOTS", "--json"}).document()["id"];
+    latch attached, done;
+    child other([&] {
+        attach_in_another_namespace(clients);
+        attached.open();
+        done.wait();
+    });
+    attached.wait();
+    EXPECT_EQ(of(run_bm({"doctor", "--json"}), "one user")["found"], "nobody");
+    done.open();
+    EXPECT_EQ(other.wait(), 0);
     clear_ipc_namespace();
 }
 
