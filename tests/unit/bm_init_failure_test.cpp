@@ -205,6 +205,26 @@ TEST_F(BmInitBuffer0, MasterThatGetsNoBufferFails)
     EXPECT_EQ(segments_in_namespace() + semaphore_sets_in_namespace(), 0);
 }
 
+// No setter looks at its value: one slot less than none leaves no buffer for the control record either.
+TEST_F(BmInitBuffer0, MasterOfAPartitionWithoutBuffersFails)
+{
+    const auto text_of = [](void (*configure)(BM&)) {
+        still_master bm;
+        configure(bm);
+        bool failed = false;
+        const std::string text = said([&] { failed = bm.init(); });
+        EXPECT_TRUE(failed) << "true is failure";
+        EXPECT_TRUE(bm.detached());
+        EXPECT_EQ(bm.nbuf(), 0) << "the pool is empty";
+        EXPECT_EQ(segments_in_namespace() + semaphore_sets_in_namespace(), 0);
+        return text;
+    };
+    EXPECT_EQ(text_of([](BM& bm) { bm.set_ncl_slots(-1); }),
+              "DATE CL_SLOTS NAME:ZRK4_CLIENT_SLOTS SLOTS:0 SIZE:816\n" + std::string(LINE_EVENTS) + CLIENTS_FAILED);
+    EXPECT_EQ(text_of([](BM& bm) { bm.set_nev_slots(-1); }),
+              LINE_CLIENTS + std::string("DATE EV_SLOTS NAME:ZRK4_EVENT_SLOTS SLOTS:0 SIZE:884\n") + EVENTS_FAILED);
+}
+
 // Somebody who does not wait for the master subscribes in between.
 TEST_F(BmInitBuffer0, MasterThatGetsAnotherBufferFails)
 {

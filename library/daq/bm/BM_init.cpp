@@ -53,8 +53,8 @@ bool has_control_record(const C_shm_buffer& part)
 
 void clear_buffers(const C_shm_buffer& part)
 {
-    zero_fill(part.buffer_addr(0),
-              static_cast<size_t>(part.getBufferCount()) * static_cast<size_t>(part.getBufferLength()));
+    if (char* const first = part.buffer_addr(0))
+        zero_fill(first, static_cast<size_t>(part.getBufferCount()) * static_cast<size_t>(part.getBufferLength()));
 }
 
 bool took_buffer_0(C_shm_buffer& part)
@@ -197,7 +197,9 @@ bool bm_core::attach_as_master(BM& bm)
         return true;
     }
     const slot_partitions parts = found_in_pool(bm);
-    if (!has_control_record(*parts.clients) || !has_control_record(*parts.events)) return give_up(bm);
+    // One that was made just now is what it should be, or has no buffer at all, which is said when it is asked for one.
+    if (clients == attached_as::reused && !has_control_record(*parts.clients)) return give_up(bm);
+    if (events == attached_as::reused && !has_control_record(*parts.events)) return give_up(bm);
     if (take_control_records(parts, clients, events)) return give_up(bm);
     publish(bm, parts);
     // A reused event partition leaves the client control status as it stood: deliberate.
