@@ -1,10 +1,11 @@
 /// @file
-/// What the examples share: options, an end in order when a signal comes, the sizes that all processes of a host agree
-/// on, the two forms of a slot, and the buffers of a writer.
+/// What the examples share: options, an end in order when a signal comes, a reader's wait for its events, the sizes that
+/// all processes of a host agree on, the two forms of a slot, and the buffers of a writer.
 #ifndef ZRK4_EXAMPLES_COMMON_H
 #define ZRK4_EXAMPLES_COMMON_H
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
@@ -79,6 +80,41 @@ inline void pause_until(std::chrono::system_clock::time_point due)
     do {
         pause_ms(static_cast<int>(std::max<int64_t>(0, ceil<milliseconds>(due - system_clock::now()).count())));
     } while (system_clock::now() < due);
+}
+
+/// Tells whoever started the program that it is ready.
+inline void say_ready()
+{
+    std::puts("ready");
+    std::fflush(stdout);
+}
+
+/// The events that a reader has seen, of as many as it is to see: its thread counts, the program waits.
+class event_count {
+  public:
+    explicit event_count(const options& given) : wanted_(given.number("events", 10)) {}
+    void operator++()
+    {
+        std::fflush(stdout);
+        ++seen_;
+    }
+    void wait_for_all() const
+    {
+        while (seen_ < wanted_) pause_ms(1);
+    }
+
+  private:
+    const int wanted_;
+    std::atomic<int> seen_{0};
+};
+
+/// What a reader does once it has subscribed. @return exit status.
+inline int see_events(BM& bm, ZRK4_EVTYPE type, const event_count& seen)
+{
+    say_ready();
+    seen.wait_for_all();
+    bm.unsubscribe(type, CLI_T_READER);
+    return 0;
 }
 
 /// Runs a program. @return its exit status.

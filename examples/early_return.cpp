@@ -2,7 +2,6 @@
 // still runs, and then takes its time. The writers have their buffers meanwhile.
 //   example_early_return [--early 0|1] [--work MILLISECONDS] [--events N] [--records 2010|2024]
 // Only for events that no other reader is given: the entries behind a block that goes back move up.
-#include <atomic>
 #include <thread>
 
 #include "common.h"
@@ -14,7 +13,7 @@ constexpr ZRK4_EVTYPE EVENT = ZRK4_EV_NORMAL;
 class worker : public BM {
   public:
     explicit worker(const options& given)
-        : early_(given.number("early", 1) != 0), work_(given.number("work", 20)), wanted_(given.number("events", 10))
+        : seen(given), early_(given.number("early", 1) != 0), work_(given.number("work", 20))
     {
         configure(*this, given);
     }
@@ -38,18 +37,14 @@ class worker : public BM {
         const C_shm_buffer* part = find_by_id(partition);
         std::printf("sum %.2f, %s of %s buffers free\n", sum, part != nullptr ? part->getStat("freebuf").c_str() : "?",
                     part != nullptr ? part->getStat("nbuf").c_str() : "?");
-        std::fflush(stdout);
-        ++seen_;
+        ++seen;
     }
-    void wait_for_all() const
-    {
-        while (seen_ < wanted_) pause_ms(1);
-    }
+
+    event_count seen;
 
   private:
     const bool early_;
-    const int work_, wanted_;
-    std::atomic<int> seen_{0};
+    const int work_;
 };
 
 int read_and_work(const options& given)
@@ -58,12 +53,7 @@ int read_and_work(const options& given)
     if (bm.init()) return 1; // true means failure: is there a master?
     zrk4_client parameters{};
     if (bm.subscribe(EVENT, CLI_T_READER, &parameters, nullptr) < 1) return 1;
-    std::puts("ready");
-    std::fflush(stdout);
-
-    bm.wait_for_all();
-    bm.unsubscribe(EVENT, CLI_T_READER);
-    return 0;
+    return see_events(bm, EVENT, bm.seen);
 }
 
 } // namespace

@@ -69,8 +69,7 @@ int receive(const options& given)
     if (bm.init()) return 1; // true means failure: is there a master?
     zrk4_client parameters{};
     if (bm.subscribe(EVENT, CLI_T_READER, &parameters, nullptr) < 1) return 1;
-    std::puts("ready");
-    std::fflush(stdout);
+    say_ready();
 
     if (!bm.wait_until_complete()) return 1;
     // Not before the writers: they leave when the last event is over here, too.

@@ -1,7 +1,6 @@
 // Blocks of a format of one's own: a camera's frames, as its driver leaves them. The library asks for name, key, length,
 // trigger, status and id of a block by functions; here they read the frame's head, and nothing is copied or wrapped.
 //   example_foreign_blocks --role writer|reader [--events N] [--records 2010|2024]
-#include <atomic>
 #include <cstring>
 
 #include "common.h"
@@ -64,7 +63,7 @@ int write_frames(const options& given)
 }
 
 BM* reading = nullptr;
-std::atomic<int> seen{0};
+event_count* seen = nullptr;
 
 void on_event(void* /*head*/, zrk4_client_sblock_data* first)
 {
@@ -72,24 +71,22 @@ void on_event(void* /*head*/, zrk4_client_sblock_data* first)
     if (block != nullptr)
         std::printf("%s: frame %u, %d x %d of %d\n", first->name, +at(block).number, at(block).width, at(block).height,
                     block[sizeof(frame)]);
-    std::fflush(stdout);
-    ++seen;
+    ++*seen;
 }
 
 int run(const options& given)
 {
     if (given.text("role", "reader") == "writer") return write_frames(given);
+    event_count all(given);
     BM bm;
     reading = &bm;
+    seen = &all;
     configure(bm, given);
     zrk4_client parameters{};
     if (bm.init()) return 1;
     bm.set_ev_handler(on_event);
     if (bm.subscribe(EVENT, CLI_T_READER, &parameters, nullptr) < 1) return 1;
-    std::puts("ready");
-    std::fflush(stdout);
-    while (seen < given.number("events", 10)) pause_ms(1);
-    return 0;
+    return see_events(bm, EVENT, all);
 }
 
 } // namespace

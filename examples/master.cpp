@@ -39,8 +39,7 @@ int look_after_the_host(const options& given)
     configure(bm, given);
     bm.set_nev_slots(given.number("event-slots", 0)); // 0: what the event rate asks for
     if (bm.set_master(true) || bm.init()) return 1;   // true means failure
-    std::puts("ready");
-    std::fflush(stdout);
+    say_ready();
 
     while (end_signal_within(1h) == 0) {}
     wait_for_the_others(bm);

@@ -1,7 +1,6 @@
 // A reader: prints what is in each event.
 //   example_reader [--block NAME] [--events N] [--records 2010|2024]
 // With --block it is called as soon as that block is there, else when all blocks of an event are.
-#include <atomic>
 #include <cstdio>
 
 #include "common.h"
@@ -10,20 +9,17 @@ namespace {
 
 class printer : public BM {
   public:
-    explicit printer(const options& given) : wanted_(given.number("events", 10)) { configure(*this, given); }
+    explicit printer(const options& given) : seen(given) { configure(*this, given); }
     ~printer() override { all_clean_up(); } // ends the reader thread before what it uses
 
     /// Runs in the reader thread. The event is this process's until it returns: nothing of it may be kept.
     void event_handler(void* head, zrk4_client_sblock_data* first) override
     {
         for (int i = 0; i < blocks_in(get_evid_64bit_mode(), head); ++i) print(first[i]);
-        std::fflush(stdout);
-        ++seen_;
+        ++seen;
     }
-    void wait_for_all() const
-    {
-        while (seen_ < wanted_) pause_ms(1);
-    }
+
+    event_count seen;
 
   private:
     // An entry that stands for a block that no writer brings gives an empty view.
@@ -35,9 +31,6 @@ class printer : public BM {
                         block.head().time.timelow, entry.name, channel.bytes(), channel.value<double>(0));
         }
     }
-
-    const int wanted_;
-    std::atomic<int> seen_{0};
 };
 
 int read_events(const options& given)
@@ -48,12 +41,7 @@ int read_events(const options& given)
     std::list<std::string> blocks;
     if (const std::string name = given.text("block", ""); !name.empty()) blocks.push_back(name);
     if (bm.subscribe(ZRK4_EV_NORMAL, CLI_T_READER, &parameters, &blocks) < 1) return 1;
-    std::puts("ready");
-    std::fflush(stdout);
-
-    bm.wait_for_all();
-    bm.unsubscribe(ZRK4_EV_NORMAL, CLI_T_READER);
-    return 0;
+    return see_events(bm, ZRK4_EV_NORMAL, bm.seen);
 }
 
 } // namespace

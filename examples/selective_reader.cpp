@@ -3,7 +3,6 @@
 //                            [--records 2010|2024]
 // It is called as soon as its blocks are there. Events without any of the bits pass it by, but for one whenever the
 // given time went by without an event: 0 would mean every event.
-#include <atomic>
 #include <sstream>
 
 #include "common.h"
@@ -12,7 +11,7 @@ namespace {
 
 class picker : public BM {
   public:
-    explicit picker(const options& given) : wanted_(given.number("events", 10))
+    explicit picker(const options& given) : seen(given)
     {
         configure(*this, given);
         std::istringstream names(given.text("blocks", "LOAD"));
@@ -37,30 +36,20 @@ class picker : public BM {
             std::printf("%s of event %lld, trigger 0x%X\n", first[i].name, static_cast<long long>(block.head().mpulse),
                         static_cast<unsigned>(block.head().tmask));
         }
-        std::fflush(stdout);
-        ++seen_;
+        ++seen;
     }
-    void wait_for_all() const
-    {
-        while (seen_ < wanted_) pause_ms(1);
-    }
+
+    event_count seen;
 
   private:
     std::list<std::string> blocks_;
-    const int wanted_;
-    std::atomic<int> seen_{0};
 };
 
 int read_selected(const options& given)
 {
     picker bm(given);
     if (!bm.join(given)) return 1; // is there a master?
-    std::puts("ready");
-    std::fflush(stdout);
-
-    bm.wait_for_all();
-    bm.unsubscribe(ZRK4_EV_NORMAL, CLI_T_READER);
-    return 0;
+    return see_events(bm, ZRK4_EV_NORMAL, bm.seen);
 }
 
 } // namespace

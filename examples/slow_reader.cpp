@@ -77,8 +77,7 @@ int read_slow_channels(const options& given)
 {
     slow_reader bm(given);
     if (!bm.join()) return 1;
-    std::puts("ready");
-    std::fflush(stdout);
+    say_ready();
 
     bm.wait_for_the_end();
     bm.leave();

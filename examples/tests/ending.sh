@@ -45,11 +45,23 @@ stopped() { ! grep -qx "$1" <<<"$(jobs -rp)"; }
 at_work() {
     start master "$bin/example_master" --records "$records"
     start reader "$bin/example_reader" --records "$records" --events 1000000
+    start selective "$bin/example_selective_reader" --records "$records" --trigger 1 --events 1000000
     start slow_reader "$bin/example_slow_reader" --records "$records"
+    start images "$bin/example_foreign_blocks" --records "$records" --role reader --events 1000000
     launch writer "$bin/example_writer" --records "$records" --events 1000000 --period 10
     launch run_control "$bin/example_run_control" --records "$records" --values 1000000 --period 10
+    launch camera "$bin/example_foreign_blocks" --records "$records" --role writer --events 1000000
     eventually grep -q LOAD "$work/reader.log"
+    eventually grep -q LOAD "$work/selective.log"
+    eventually grep -q CAMERA "$work/images.log"
     eventually grep -q '^environment' "$work/slow_reader.log"
+}
+
+giving_back_early() {
+    start master "$bin/example_master" --records "$records"
+    start early "$bin/example_early_return" --records "$records" --events 1000000 --work 1
+    launch writer "$bin/example_writer" --records "$records" --events 1000000 --period 10
+    eventually grep -q sum "$work/early.log"
 }
 
 streaming() {
@@ -71,10 +83,10 @@ nothing_is_left() {
     [[ $(ipcs -s | grep -c '^0x') == 0 ]] || fail "$1: semaphore sets are left: $(ipcs -s)"
 }
 
-clients=(writer run_control reader slow_reader)
+clients=(writer run_control camera reader selective slow_reader images)
 for signal in INT TERM HUP; do
     at_work
-    [[ $(ipcs -m | grep -c '^0x') == 4 ]] || fail "not the four partitions: $(ipcs -m)"
+    [[ $(ipcs -m | grep -c '^0x') == 5 ]] || fail "not the five partitions: $(ipcs -m)"
     tell $signal "${clients[@]}" master
     ended $((128 + $(kill -l $signal))) "${clients[@]}"
     ended 0 master
@@ -88,7 +100,7 @@ ended 0 master
 nothing_is_left "the master first"
 
 at_work
-for name in reader slow_reader writer run_control; do
+for name in reader selective slow_reader images writer run_control camera; do
     tell TERM $name
     ended 143 $name
 done
@@ -104,20 +116,32 @@ tell TERM master
 sleep 0.1
 tell TERM master
 ended 0 master
-ended 1 writer run_control
-tell TERM reader slow_reader
-ended 143 reader slow_reader
+ended 1 writer run_control camera
+tell TERM reader selective slow_reader images
+ended 143 reader selective slow_reader images
 nothing_is_left "the master alone"
 
 at_work
-tell KILL writer slow_reader
-ended 137 writer slow_reader
-tell TERM run_control reader
-ended 143 run_control reader
+tell KILL writer slow_reader images
+ended 137 writer slow_reader images
+tell TERM run_control camera reader selective
+ended 143 run_control camera reader selective
 [[ $(ipcs -m | grep -c '^0x') -gt 2 ]] || fail "killed processes left no partition: this shows nothing"
 tell TERM master
 ended 0 master
 nothing_is_left "some killed"
+
+for victim in early writer; do
+    giving_back_early
+    tell KILL $victim
+    ended 137 $victim
+    tell TERM "${!pid_of[@]}"
+    for name in "${!pid_of[@]}"; do
+        [[ $name == master ]] || ended 143 "$name"
+    done
+    ended 0 master
+    nothing_is_left "$victim killed at an early return"
+done
 
 truncate -s 1G "$work/endless"
 for signal in INT TERM; do
