@@ -13,13 +13,16 @@ die() {
     exit 1
 }
 
-# Runs a command; its output appears only when it fails.
+# Runs a command; its output appears only when it fails. The file that keeps it has no name: however the script ends,
+# it goes.
 quietly() {
-    local log status=0
-    log=$(mktemp)
-    "$@" >"$log" 2>&1 || status=$?
-    if ((status != 0)); then cat "$log" >&2; fi
-    rm -f "$log"
+    local file log status=0
+    file=$(mktemp)
+    exec {log}>"$file"
+    rm "$file"
+    "$@" >&"$log" 2>&1 || status=$?
+    if ((status != 0)); then cat "/dev/fd/$log" >&2; fi
+    exec {log}>&-
     return "$status"
 }
 

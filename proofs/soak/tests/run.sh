@@ -4,7 +4,7 @@ set -euo pipefail
 programs=$1
 expected=$2
 shift 2
-work=$(mktemp -d)
+work=$(mktemp -d "$PWD/soak.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 "$programs/soak" --folder "$work" "$@"
 status=0
