@@ -468,14 +468,32 @@ TEST_P(LocalCopies, MemoryThatCannotBeHadIsReported)
 }
 #endif
 
-TEST_P(LocalCopies, NothingIsTakenFromBehindTheBlock)
+TEST_P(LocalCopies, SubBlocksAreTakenWhateverTheBlockSaysOfItsLength)
 {
-    EXPECT_EQ(failing_event(ZRK4_EV_BOR, {DICT, BOR.says(BOR.ldata + 1)}),
+    for (const int ltotal : {INT_MAX, HEAD_2010 + SUBHEAD - 1, HEAD_2010, 0, -1, INT_MIN}) {
+        clean_local_copies();
+        const auto event_of = [&](int type, const std::vector<sub_block>& parts) {
+            next_event(type);
+            block_of_2010 block(parts);
+            block.head.ltotal = ltotal;
+            put(block.bytes());
+            EXPECT_EQ(out_of([&] { EXPECT_FALSE(update()); }), "") << ltotal;
+        };
+        event_of(ZRK4_EV_BOR, {DICT, BOR});
+        event_of(ZRK4_EV_ENV, {ENV});
+        event_of(ZRK4_EV_UPD, {UPD});
+        event_of(ZRK4_EV_EOR, {EOR});
+        EXPECT_COPIES(DICT.bytes(), ENV.bytes(), UPD.bytes(), BOR.bytes(), EOR.bytes());
+    }
+}
+
+TEST_P(LocalCopies, SubBlockThatIsLongerThanTheBufferIsNotTaken)
+{
+    EXPECT_EQ(failing_event(ZRK4_EV_BOR, {DICT, BOR.says(LENGTH)}),
               "Failed to allocate memory for the local copy of BOR\n");
     EXPECT_COPIES(DICT.bytes(), "none", "none", "none", "none");
     event(ZRK4_EV_ENV, {ENV});
-    EXPECT_EQ(failing_event(ZRK4_EV_ENV, {LATER_ENV.says(LATER_ENV.ldata + 1)}),
-              "Failed to update the local copy of ENV\n");
+    EXPECT_EQ(failing_event(ZRK4_EV_ENV, {LATER_ENV.says(LENGTH)}), "Failed to update the local copy of ENV\n");
     EXPECT_COPIES(DICT.bytes(), ENV.bytes(), "none", "none", "none");
 }
 
@@ -497,24 +515,29 @@ TEST_P(LocalCopies, NothingIsTakenFromBehindTheBuffer)
     }
 }
 
-TEST_P(LocalCopies, WalkEndsWithTheBlockWhateverItCounts)
+TEST_P(LocalCopies, WalkEndsWithTheBufferWhateverItCounts)
+{
+    const int room = LENGTH - HEAD_2010 - DICT.ldata - SUBHEAD;
+    for (const int left : {0, 1, SUBHEAD - 1}) {
+        clean_local_copies();
+        next_event(ZRK4_EV_BOR);
+        const sub_block last("BOR", ZRK4_BOR_BLOCK_2010, std::string(static_cast<size_t>(room - left), 'x'));
+        block_of_2010 block({DICT, last});
+        block.head.nchan = INT_MAX;
+        put(block.bytes());
+        EXPECT_EQ(out_of([&] { EXPECT_FALSE(update()); }), "") << left;
+        EXPECT_COPIES(DICT.bytes(), "none", "none", last.bytes(), "none");
+    }
+}
+
+TEST_P(LocalCopies, ZerosBehindTheLastSubBlockEndTheWalk)
 {
     next_event(ZRK4_EV_BOR);
     block_of_2010 block({DICT, BOR});
     block.head.nchan = INT_MAX;
     put(block.bytes());
-    EXPECT_EQ(out_of([&] { EXPECT_FALSE(update()); }), "");
+    EXPECT_EQ(out_of([&] { EXPECT_FALSE(update()); }), unknown("BOR", 0));
     EXPECT_COPIES(DICT.bytes(), "none", "none", BOR.bytes(), "none");
-    for (const int ltotal : {HEAD_2010 + SUBHEAD - 1, HEAD_2010, 0, -1, INT_MIN}) {
-        clean_local_copies();
-        for (const int type : {ZRK4_EV_BOR, ZRK4_EV_ENV, ZRK4_EV_UPD}) {
-            next_event(type);
-            block.head.ltotal = ltotal;
-            put(block.bytes());
-            EXPECT_EQ(out_of([&] { EXPECT_FALSE(update()); }), "");
-        }
-        EXPECT_COPIES("none", "none", "none", "none", "none");
-    }
 }
 
 TEST_P(LocalCopies, OfASubBlockTooShortForItsHeadHasAWholeZeroHeadAndEndsTheWalk)
