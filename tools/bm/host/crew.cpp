@@ -19,9 +19,10 @@ namespace {
 
 using clock = std::chrono::steady_clock;
 
-[[noreturn]] void become(std::vector<std::string>& arguments, int out)
+[[noreturn]] void become(std::vector<std::string>& arguments, int out, pid_t parent)
 {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != parent) _exit(127); // it died before it could be watched
     // A terminal interrupts the whole group: who is to end is told so by us.
     setpgid(0, 0);
     sigset_t none;
@@ -43,8 +44,9 @@ crew_member::crew_member(std::vector<std::string> arguments)
 {
     std::array<int, 2> ends{};
     if (pipe2(ends.data(), O_CLOEXEC) != 0) throw failure(exit_status::failed, "no pipe to be had").help("ulimit -n");
+    const pid_t parent = getpid();
     pid_ = fork();
-    if (pid_ == 0) become(arguments, ends[1]);
+    if (pid_ == 0) become(arguments, ends[1], parent);
     close(ends[1]);
     out_ = ends[0];
     reaped_ = pid_ < 0;
