@@ -1,9 +1,9 @@
 // The benchmark: the library beside bare programs that make the same calls into the kernel, and beside its peers.
 #include <cstdio>
-#include <exception>
 #include <fstream>
 #include <stdexcept>
 
+#include "apart.h"
 #include "options.h"
 #include "peers.h"
 #include "suite.h"
@@ -11,8 +11,6 @@
 namespace {
 
 using namespace bench;
-
-enum exit_status { DONE = 0, FAILED = 1, BAD_USAGE = 2, NO_NAMESPACE = 125 };
 
 std::vector<int> processors_for(const options& o)
 {
@@ -65,16 +63,8 @@ int main(int argc, char** argv)
         std::fputs(USAGE, stderr);
         return BAD_USAGE;
     }
-    if (!enter_ipc_namespace()) {
-        std::fputs("bm_bench: no IPC namespace of its own can be had\n", stderr);
-        return NO_NAMESPACE;
-    }
-    enter_own_shared_memory();
-    try {
+    return apart("bm_bench", [&] {
+        enter_own_shared_memory();
         given->trace.empty() ? run(*given) : run_for_tracer(*given);
-        return DONE;
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "bm_bench: %s\n", e.what());
-        return FAILED;
-    }
+    });
 }

@@ -1,18 +1,15 @@
 // What a look-up of a channel costs: measures, and writes what it measured into a record.
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <exception>
 #include <stdexcept>
 
+#include "apart.h"
 #include "cases.h"
 #include "machine.h"
 
 namespace {
 
 using namespace bench;
-
-enum exit_status { DONE = 0, FAILED = 1, BAD_USAGE = 2, NO_NAMESPACE = 125 };
 
 constexpr char USAGE[] = "usage: bm_channels RECORD [--rounds N] [--short] [--replay CASE] [--canary]\n"
                          "  --rounds  1 to 1000 (9)\n"
@@ -76,15 +73,5 @@ int main(int argc, char** argv)
         std::fputs(USAGE, stderr);
         return BAD_USAGE;
     }
-    if (!enter_ipc_namespace()) {
-        std::fputs("bm_channels: no IPC namespace of its own can be had\n", stderr);
-        return NO_NAMESPACE;
-    }
-    try {
-        measure(o);
-        return DONE;
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "bm_channels: %s\n", e.what());
-        return FAILED;
-    }
+    return apart("bm_channels", [&] { measure(o); });
 }

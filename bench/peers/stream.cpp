@@ -1,6 +1,5 @@
 // A stream socket from every writer to every reader.
 #include <cerrno>
-#include <memory>
 #include <stdexcept>
 #include <system_error>
 
@@ -8,7 +7,7 @@
 #include <unistd.h>
 
 #include "adders.h"
-#include "exchange_by_messages.h"
+#include "exchange_by_copies.h"
 
 namespace bench {
 namespace {
@@ -46,51 +45,9 @@ class stream {
     int ends_[2]{};
 };
 
-using streams = std::vector<std::unique_ptr<stream>>; // of writer w to reader k: at w * readers + k
-
-struct stream_inbox {
-    const streams& all;
-    const plan& p;
-    int index;
-    std::vector<std::vector<char>> blocks =
-        std::vector<std::vector<char>>(static_cast<size_t>(p.writers), std::vector<char>(p.payload));
-
-    void join() {}
-    const char* take(int writer)
-    {
-        std::vector<char>& block = blocks[static_cast<size_t>(writer)];
-        all[static_cast<size_t>(writer * p.readers + index)]->read_all(block.data(), block.size());
-        return block.data();
-    }
-    void done() {}
-};
-
-struct stream_outbox {
-    const streams& all;
-    const plan& p;
-    int index;
-    std::vector<char> block = std::vector<char>(p.payload);
-
-    char* take() { return block.data(); }
-    void send()
-    {
-        for (int k = 0; k < p.readers; ++k)
-            all[static_cast<size_t>(index * p.readers + k)]->write_all(block.data(), block.size());
-    }
-};
-
 reading measure(const plan& p)
 {
-    streams all;
-    for (int i = 0; i < p.writers * p.readers; ++i) all.push_back(std::make_unique<stream>());
-    return by_messages(
-        p,
-        [&](int k) {
-            return stream_inbox{all, p, k};
-        },
-        [&](int i) {
-            return stream_outbox{all, p, i};
-        });
+    return by_copies<stream>(p, [](int) { return std::make_unique<stream>(); });
 }
 
 } // namespace

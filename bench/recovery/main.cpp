@@ -1,16 +1,13 @@
 // How soon what a dead process held is back, beside what was promised.
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <exception>
 
+#include "apart.h"
 #include "figures.h"
 #include "machine.h"
 #include "statistics.h"
 
 namespace {
-
-enum exit_status { DONE = 0, FAILED = 1, BAD_USAGE = 2, NO_NAMESPACE = 125 };
 
 constexpr char USAGE[] = "usage: bm_recovery [ROUNDS]   how often everything is measured, 1 to 1000 (5)\n";
 
@@ -44,17 +41,7 @@ int main(int argc, char** argv)
     const int rounds = argc == 1 ? 5 : std::atoi(argv[1]);
     if (argc > 2 || rounds < 1 || rounds > 1000) {
         std::fputs(USAGE, stderr);
-        return BAD_USAGE;
+        return bench::BAD_USAGE;
     }
-    if (!bench::enter_ipc_namespace()) {
-        std::fputs("bm_recovery: no IPC namespace of its own can be had\n", stderr);
-        return NO_NAMESPACE;
-    }
-    try {
-        measure_all(rounds);
-        return DONE;
-    } catch (const std::exception& e) {
-        std::fprintf(stderr, "bm_recovery: %s\n", e.what());
-        return FAILED;
-    }
+    return bench::apart("bm_recovery", [&] { measure_all(rounds); });
 }

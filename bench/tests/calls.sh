@@ -102,13 +102,14 @@ events slot give undo
 events slot take undo
 sendto
 events slot give undo"
-readonly strict_readers="recv
+readonly read='recv
 events slot take undo
 events slot give undo
 events slot take undo
 events slot give undo
 clients slot take undo
-clients slot give undo
+clients slot give undo'
+readonly strict_readers="$read
 events slot take undo
 events slot give undo
 $ended"
@@ -120,13 +121,7 @@ events control give undo
 events slot take undo
 sendto
 events slot give undo"
-readonly best_readers="recv
-events slot take undo
-events slot give undo
-events slot take undo
-events slot give undo
-clients slot take undo
-clients slot give undo
+readonly best_readers="$read
 $ended"
 
 # same_calls WHO LOG FIRST-CALL EXPECTED: every event has exactly these calls in this order.
