@@ -1,8 +1,9 @@
 // A writer: samples the load of the host at regular times and hands each sample over as one block.
-//   example_writer [--name NAME] [--start EPOCH-SECONDS] [--events N] [--period MILLISECONDS] [--marked N]
-//                 [--records 2010|2024]
-// Several of them, with different names and the same start, build events together. Trigger bit 0 is set in every block,
-// bit 1 in those of every N-th tick.
+//   example_writer [--name NAME] [--writers N] [--start EPOCH-SECONDS] [--events N] [--period MILLISECONDS]
+//                  [--marked N] [--records 2010|2024]
+// Several of them build events together: with different names, the same start, and told how many they are, because an
+// event waits for those writers only that are there when it begins. Trigger bit 0 is set in every block, bit 1 in those
+// of every N-th tick.
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -23,10 +24,17 @@ time_stamp time_of(int64_t tick, milliseconds period)
     return {static_cast<uint32_t>(ms / 1000), static_cast<uint32_t>(ms % 1000 * 1000)};
 }
 
+// A start that has gone by is made up for, as any other tick that was missed.
 int64_t first_tick(const options& given, milliseconds period)
 {
     const int64_t next = system_clock::now().time_since_epoch() / period + 1;
-    return std::max(next, given.number("start", 0) * int64_t{1000} / period.count());
+    const int64_t start = given.number("start", 0) * int64_t{1000} / period.count();
+    return start > 0 ? start : next;
+}
+
+void wait_for_writers(BM& bm, int count)
+{
+    for (int there = 0; there < count; pause_ms(1)) bm.cl_subscribed(&there, nullptr);
 }
 
 int write_samples(const options& given)
@@ -41,6 +49,8 @@ int write_samples(const options& given)
     zrk4_client parameters{};
     std::list<std::string> blocks{name};
     if (partition < 1 || bm.subscribe(EVENT, CLI_T_WRITER, &parameters, &blocks) < 1) return 1;
+
+    wait_for_writers(bm, given.number("writers", 1));
 
     const int64_t first = first_tick(given, period);
     for (int64_t tick = first; tick < first + given.number("events", 10); ++tick) {

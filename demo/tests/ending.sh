@@ -27,6 +27,15 @@ nothing_is_left() {
     [[ $(ipcs -s | grep -c '^0x') == 0 ]] || fail "semaphore sets are left: $(ipcs -s)"
 }
 
+# Semaphore 1 of a partition counts its free buffers.
+a_writer_has_no_buffer() {
+    local set
+    for set in $(ipcs -s | awk '$1 ~ /^0x/ { print $2 }'); do
+        if [[ $(ipcs -s -i "$set" | awk '$1 == 1 { print $2 }') == 0 ]]; then return; fi
+    done
+    return 1
+}
+
 if [[ $2 == starved ]]; then
     # Enough for the master and the first of the others.
     status=0
@@ -61,7 +70,11 @@ case $2 in
         ;;
     stall)
         kill -STOP "${children[1]}"
-        sleep 1.5
+        for ((tries = 0; tries < 500; ++tries)); do
+            if a_writer_has_no_buffer; then break; fi
+            sleep 0.02
+        done
+        sleep 0.2 # within a tick it asks for one
         kill -CONT "${children[1]}"
         kill -INT -- -$run
         ;;

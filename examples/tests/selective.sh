@@ -9,10 +9,10 @@ records=$2
 
 start master "$bin/example_master" --records "$records"
 start marked "$bin/example_selective_reader" --records "$records" --blocks WEST --trigger 2 --events 5
-at=$(($(date +%s) + 2)) # late enough for both writers to be there
+at=$(date +%s)
 for name in WEST EAST; do
-    "$bin/example_writer" --records "$records" --events 20 --start $at --period 20 --marked 4 --name $name \
-        >"$work/$name.out" &
+    "$bin/example_writer" --records "$records" --writers 2 --events 20 --start "$at" --period 20 --marked 4 \
+        --name $name >"$work/$name.out" &
     pid_of[$name]=$!
 done
 for name in WEST EAST marked; do finished $name; done

@@ -11,10 +11,10 @@ events=20
 start master "$bin/example_master" --records "$records"
 start all "$bin/example_reader" --records "$records" --events $events
 start one "$bin/example_reader" --records "$records" --events $events --block WEST
-at=$(($(date +%s) + 2)) # late enough for both writers to be there
+at=$(date +%s)
 for name in WEST EAST; do
-    "$bin/example_writer" --records "$records" --events $events --start $at --period 20 --name $name \
-        >"$work/$name.out" &
+    "$bin/example_writer" --records "$records" --writers 2 --events $events --start "$at" --period 20 \
+        --name $name >"$work/$name.out" &
     pid_of[$name]=$!
 done
 for name in WEST EAST one all; do finished $name; done
