@@ -40,7 +40,7 @@ done
 
 scripts/install-deps.sh coverage
 printf 'building the tests with counters ...\n' >&2
-[[ -f $TREE/CMakeCache.txt ]] || quietly cmake --preset coverage -DZRK4_PROGRAMS=OFF
+[[ -f $TREE/CMakeCache.txt ]] || quietly cmake --preset coverage -DZRK4_PROGRAMS=OFF -DZRK4_TOOLS=OFF
 quietly cmake --build --preset coverage -j "$(nproc)"
 find "$TREE" -name '*.gcda' -delete
 quietly ctest --preset coverage -j "$(nproc)" "${selection[@]}"
