@@ -63,6 +63,37 @@ double event_slot_of_a_killed_reader(int processor)
     return took;
 }
 
+double event_slot_of_a_killed_writer(int processor)
+{
+    const stage host(processor, PERIOD_US);
+    process reader("reader", processor, [](line_end& line) { be_idle_reader(line); });
+    reader.hear<int>();
+    process writer("writer", processor, [](line_end& line) { owe_a_block(line); });
+    writer.await_nod();
+    const C_shm_buffer events(EVENT_PARTITION);
+    constexpr int FIRST = 1;
+    require(!events.get_bufptr()[FIRST].queued(), "there is no event that misses a block");
+    const int64_t start = now_ns();
+    writer.kill();
+    writer.reap();
+    wait_until_free(events, FIRST);
+    const double took = periods_since(start);
+    reader.end();
+    const C_shm_kill removed("BENCH_DATA"); // the dead writer still counts as a user
+    return took;
+}
+
+double master_after_a_killed_one(int processor)
+{
+    process killed("first master", processor, [](line_end& line) { be_master(line, PERIOD_US); });
+    killed.await_nod();
+    killed.kill();
+    killed.reap();
+    const int64_t start = now_ns();
+    const stage host(processor, PERIOD_US);
+    return milliseconds_since(start);
+}
+
 // In a process of its own: the caller must be able to fork on.
 double told_by(int processor, double (*measure)())
 {
@@ -108,6 +139,9 @@ std::vector<figure> recovery_figures(int processor)
          [=] { return client_slot_of_a_killed_reader(processor); }},
         {"event slot of a killed reader is free", "periods", 12,
          [=] { return event_slot_of_a_killed_reader(processor); }},
+        {"event slot that a killed writer owes a block is free", "periods", 12,
+         [=] { return event_slot_of_a_killed_writer(processor); }},
+        {"next master is ready", "ms", 100, [=] { return master_after_a_killed_one(processor); }},
         {"stop_monitor", "ms", 100, [=] { return told_by(processor, stop_of_the_monitor); }},
         {"stop_reader", "ms", 100, [=] { return told_by(processor, stop_of_the_reader); }},
         {"monitor's cycle, per slot of " + std::to_string(FULL_EVENTS) + " + " + std::to_string(FULL_CLIENTS), "us", 2,

@@ -113,15 +113,18 @@ std::vector<double> durations_in(const std::string& text)
 
 } // namespace
 
+void be_master(line_end& line, int period_us)
+{
+    BM bm;
+    configure(bm, limits{});
+    bm.set_monitoring_period(period_us);
+    require(!bm.set_master(true) && !bm.init(), "no slot partitions could be made");
+    line.nod();
+    line.await_nod();
+}
+
 stage::stage(int processor, int period_us)
-    : master_("master", processor, [=](line_end& line) {
-          BM bm;
-          configure(bm, limits{});
-          bm.set_monitoring_period(period_us);
-          require(!bm.set_master(true) && !bm.init(), "no slot partitions could be made");
-          line.nod();
-          line.await_nod();
-      })
+    : master_("master", processor, [=](line_end& line) { be_master(line, period_us); })
 {
     master_.await_nod();
 }
@@ -159,6 +162,17 @@ void write_one_event(line_end& line)
     const int partition = data_partition(bm, 1);
     subscribed(bm, EVENT, CLI_T_WRITER, {"A"});
     register_block(bm, partition, 0);
+    line.await_nod();
+}
+
+void owe_a_block(line_end& line)
+{
+    BM bm;
+    join(bm);
+    const int partition = data_partition(bm, 1);
+    subscribed(bm, EVENT, CLI_T_WRITER, {"A", "owed"});
+    register_block(bm, partition, 0);
+    line.nod();
     line.await_nod();
 }
 

@@ -30,12 +30,16 @@ class stage {
     process master_;
 };
 
+/// Nods when its partitions are there, and waits for its end.
+void be_master(line_end& line, int period_us);
 /// Subscribes, says the number of its slot and waits for its end.
 void be_idle_reader(line_end& line);
 /// Nods when it has subscribed, and again from inside its handler, where it stays for ever.
 [[noreturn]] void be_stuck_reader(line_end& line);
 /// Registers one event and waits for its end.
 void write_one_event(line_end& line);
+/// Registers one of two blocks of an event, nods and waits for its end.
+void owe_a_block(line_end& line);
 
 /// @throws std::runtime_error  the buffer is not back within half a minute
 void wait_until_free(const C_shm_buffer& part, int number);
