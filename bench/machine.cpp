@@ -46,10 +46,25 @@ bool enter_ipc_namespace()
     return segment >= 0 && shmctl(segment, IPC_RMID, nullptr) == 0;
 }
 
+namespace {
+
+bool own_mounts = false;
+
+bool lay_over(const char* path) { return own_mounts && mount("tmpfs", path, "tmpfs", 0, nullptr) == 0; }
+
+} // namespace
+
 void enter_own_shared_memory()
 {
-    if (unshare(CLONE_NEWNS) != 0 || mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return;
-    mount("tmpfs", "/dev/shm", "tmpfs", 0, nullptr);
+    own_mounts = unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+    lay_over("/dev/shm");
+}
+
+covered_folder::covered_folder(const char* path) : path_(lay_over(path) ? path : nullptr) {}
+
+covered_folder::~covered_folder()
+{
+    if (path_ != nullptr) umount2(path_, MNT_DETACH);
 }
 
 namespace {

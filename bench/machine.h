@@ -20,6 +20,19 @@ bool enter_ipc_namespace();
 /// A place for shared memory of this process's own, which goes with it; without one, what a killed peer leaves stays.
 void enter_own_shared_memory();
 
+/// Lays an empty folder over one, for this process and those that it starts from now on, as long as it lives. Does nothing
+/// where enter_own_shared_memory could not.
+class covered_folder {
+  public:
+    explicit covered_folder(const char* path);
+    ~covered_folder();
+    covered_folder(const covered_folder&) = delete;
+    covered_folder& operator=(const covered_folder&) = delete;
+
+  private:
+    const char* path_; ///< null: nothing lies over it
+};
+
 struct machine {
     std::string processor;
     int processors = 0;

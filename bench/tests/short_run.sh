@@ -13,11 +13,14 @@ fail()
     exit 1
 }
 
+touch "$work/began"
 "$bench" --short --record "$work/record" 2>"$work/log" || {
     status=$?
     cat "$work/log" >&2
     exit "$status"
 }
+left=$(find /tmp -maxdepth 1 -newer "$work/began" '(' -name 'bm_bench-*' -o -name '*roudi*' ')')
+[[ -z $left ]] || fail "a peer left behind: $left"
 [[ $(grep -c '^machine' "$work/record") == 1 ]] || fail "no machine in the record"
 bad=$(awk -F '\t' '$1 != "machine" && (NF != 5 || $1 != 1 || !($5 > 0))' "$work/record")
 [[ -z $bad ]] || fail "lines without a figure: $bad"
