@@ -37,10 +37,26 @@ void run_on(int processor)
         throw std::system_error(errno, std::generic_category(), "processor " + std::to_string(processor));
 }
 
+namespace {
+
+// An ordinary user gets the namespace inside a user namespace. Who is unknown there cannot make files in a place for
+// shared memory that belongs to it.
+bool unshare_as_ordinary_user()
+{
+    const std::string user = std::to_string(getuid());
+    const std::string group = std::to_string(getgid());
+    if (unshare(CLONE_NEWUSER | CLONE_NEWIPC) != 0) return false;
+    std::ofstream("/proc/self/setgroups") << "deny";
+    std::ofstream("/proc/self/uid_map") << user << ' ' << user << " 1";
+    std::ofstream("/proc/self/gid_map") << group << ' ' << group << " 1";
+    return true;
+}
+
+} // namespace
+
 bool enter_ipc_namespace()
 {
-    // Root needs the first call only; an ordinary user gets the namespace inside a user namespace.
-    if (unshare(CLONE_NEWIPC) != 0 && unshare(CLONE_NEWUSER | CLONE_NEWIPC) != 0) return false;
+    if (unshare(CLONE_NEWIPC) != 0 && !unshare_as_ordinary_user()) return false;
     // The first segment of a namespace gets number 0, with which a partition of buffers cannot be used.
     const int segment = shmget(IPC_PRIVATE, 1, 0600);
     return segment >= 0 && shmctl(segment, IPC_RMID, nullptr) == 0;
