@@ -30,7 +30,8 @@ std::set<int> segments_in(const std::string& maps, const std::set<int>& wanted)
 /// Segments of another namespace may have the same ids.
 bool shares_our_namespace(const std::string& place)
 {
-    struct stat ours {}, theirs {};
+    struct stat ours {};
+    struct stat theirs {};
     return stat("/proc/self/ns/ipc", &ours) == 0 && stat(host_path(place + "/ns/ipc").c_str(), &theirs) == 0 &&
            ours.st_dev == theirs.st_dev && ours.st_ino == theirs.st_ino;
 }
