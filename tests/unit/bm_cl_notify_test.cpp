@@ -1,6 +1,9 @@
 // A look at the clients of an event: who is told, and who is forced to be done.
 #include <cerrno>
 #include <climits>
+#include <cstdint>
+
+#include <sys/mman.h>
 
 #include "SysError.h"
 #include "event_clients.h"
@@ -12,6 +15,22 @@ namespace {
 
 class BmClNotify : public EventClients {};
 IN_BOTH_GENERATIONS(BmClNotify);
+
+/// A page that whoever touches dies of, for the life of the object.
+class forbidden_page {
+  public:
+    explicit forbidden_page(char* at) : page_(at - reinterpret_cast<uintptr_t>(at) % SIZE)
+    {
+        EXPECT_EQ(mprotect(page_, SIZE, PROT_NONE), 0);
+    }
+    ~forbidden_page() { mprotect(page_, SIZE, PROT_READ | PROT_WRITE); }
+    forbidden_page(const forbidden_page&) = delete;
+    forbidden_page& operator=(const forbidden_page&) = delete;
+
+  private:
+    static constexpr size_t SIZE = 4096;
+    char* page_;
+};
 
 // ---- slots
 
@@ -47,6 +66,17 @@ TEST_P(BmClNotify, HoldsTheSlotsLockWhileItTellsReaders)
     const fault watched = fault::preceded("sendto", [&] { held = event_lock_is_held(1) && !event_lock_is_held(0); });
     EXPECT_EQ(bm.cl_notify(1), 1);
     EXPECT_TRUE(held);
+}
+
+TEST_P(BmClNotify, TouchesNoSlotOfAClientThatIsDone)
+{
+    add_reader({"A"});
+    const int reader = add_reader({"A"}, DONE);
+    const int writer = add_writer({"B"}, DONE);
+    collect("A");
+    const forbidden_page of_reader(client_at(reader));
+    const forbidden_page of_writer(client_at(writer));
+    EXPECT_EQ(bm.cl_notify(1), 1);
 }
 
 TEST_P(BmClNotify, ReadsTheCountsUnderTheLock)

@@ -74,6 +74,17 @@ TEST_F(HeldSlots, AreNoneInAnEmptyPartition)
     EXPECT_EQ(met(), std::vector<int>());
 }
 
+// Several descriptors are looked at at once: none may hide behind its neighbours.
+TEST_F(HeldSlots, AreMetWhereverTheyStand)
+{
+    hold({});
+    for (int n = 1; n < SLOTS; ++n) {
+        part.get_bufptr()[n].status = 0;
+        EXPECT_EQ(met(), std::vector<int>{n});
+        part.get_bufptr()[n].status = BUF_QUEUED;
+    }
+}
+
 // A process that was killed in between leaves count, queue and descriptor at odds.
 TEST_F(HeldSlots, AreToldByTheDescriptorAlone)
 {

@@ -22,8 +22,18 @@ bool BM::check_if_all_collected(int ev_slot, int cl_slot)
 {
     const text_later texts;
     return without_exceptions(false, [&] {
-        return bm_core::in_form(*this,
-                                [&](auto form) { return bm_core::has_all<decltype(form)>(*this, ev_slot, cl_slot); });
+        return bm_core::in_form(*this, [&](auto form) {
+            using Form = decltype(form);
+            if (!is_slot(ev_buf, ev_slot) || !event_slot<Form>(*ev_buf, ev_slot)) {
+                say("check_if_all_collected(): failed to get the buffer address for event slot: %d", ev_slot);
+                return false;
+            }
+            if (!is_slot(cl_buf, cl_slot) || !client_slot(*cl_buf, cl_slot)) {
+                say("check_if_all_collected(): failed to get the buffer address for client slot: %d", cl_slot);
+                return false;
+            }
+            return bm_core::has_all<Form>({*ev_buf, ev_slot}, {*cl_buf, cl_slot}, cl_slot);
+        });
     });
 }
 
@@ -75,20 +85,10 @@ int count_named(const zrk4_client_sblock_data* entries, int filled, const name_l
 
 } // namespace
 
-template <class Form> bool bm_core::has_all(const BM& bm, int ev_slot, int cl_slot)
+template <class Form> bool bm_core::has_all(const event_slot<Form>& slot, const client_slot& client, int cl_slot)
 {
-    if (!is_slot(bm.ev_buf, ev_slot) || !event_slot<Form>(*bm.ev_buf, ev_slot)) {
-        say("check_if_all_collected(): failed to get the buffer address for event slot: %d", ev_slot);
-        return false;
-    }
-    if (!is_slot(bm.cl_buf, cl_slot) || !client_slot(*bm.cl_buf, cl_slot)) {
-        say("check_if_all_collected(): failed to get the buffer address for client slot: %d", cl_slot);
-        return false;
-    }
-    const event_slot<Form> slot(*bm.ev_buf, ev_slot);
     const zrk4_client_block* block = slot.client(cl_slot);
     if (block != nullptr && block->status == CLI_S_DONE) return true;
-    const client_slot client(*bm.cl_buf, cl_slot);
     const int cltype = client.head_now().cltype;
     if (cltype != CLI_T_READER && cltype != CLI_T_WRITER) {
         say("check_if_all_collected(): invalid client type: %d", cltype);
@@ -102,5 +102,5 @@ template <class Form> bool bm_core::has_all(const BM& bm, int ev_slot, int cl_sl
     return count_named(slot.entries(), slot.filled(), reads ? client.reader_names() : client.writer_names()) == wanted;
 }
 
-template bool bm_core::has_all<slots_2010>(const BM&, int, int);
-template bool bm_core::has_all<slots_2024>(const BM&, int, int);
+template bool bm_core::has_all(const event_slot<slots_2010>&, const client_slot&, int);
+template bool bm_core::has_all(const event_slot<slots_2024>&, const client_slot&, int);

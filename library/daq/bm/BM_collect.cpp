@@ -27,10 +27,8 @@ bool BM::ev_update(ZRK4_EVTYPE evtype, int id, int bnum, int slot)
 {
     const text_later texts;
     return without_exceptions(true, [&] {
-        return bm_core::in_form(*this, [&](auto form) {
-            using Form = decltype(form);
-            return bm_core::enter<Form>(*this, evtype, id, bnum, slot, {}, nullptr) != entered::yes;
-        });
+        return bm_core::in_form(
+            *this, [&](auto form) { return bm_core::collect_into<decltype(form)>(*this, evtype, id, bnum, slot); });
     });
 }
 
@@ -100,25 +98,26 @@ template <class Form> bool bm_core::collect(BM& bm, ZRK4_EVTYPE evtype, int id, 
         say("ev_update(): invalid parameter(s) evtype: %d id: %d bnum: %d", evtype, id, bnum);
         return true;
     }
-    char* at = block_in_pool(bm, bnum, id);
-    if (at == nullptr) {
+    const pool_block in_pool = block_in_pool(bm, bnum, id);
+    const new_block block{evtype, id, bnum, in_pool.at};
+    if (block.at == nullptr) {
         say("ev_update(): failed to get the buffer address bnum:%d id:%d", bnum, id);
         return true;
     }
-    warn_of_missing_key(bm.smode, evtype, at, bm.find_by_id(id)->getBufferLength());
+    warn_of_missing_key(bm.smode, evtype, block.at, in_pool.room);
     // Between the search and the slot's own lock the event can end (a stalled writer, the monitor) and the slot become
     // another one's: then the search is made again, and after three rounds the slot is taken as it is.
     constexpr int ROUNDS = 3;
     for (int round = 0;; ++round) {
-        found_event<Form> found = find_slot<Form>(bm, evtype, at);
+        found_event<Form> found = find_slot<Form>(bm, evtype, block.at);
         if (found.slot < 0) {
             say("ev_update(): failed to find the event slot");
             return true;
         }
         const event_slot<Form> slot(*bm.ev_buf, found.slot);
         write_unlocked(&slot.head().lupdate, time_now());
-        const entered result =
-            enter<Form>(bm, evtype, id, bnum, found.slot, std::move(found.made), round < ROUNDS ? &found : nullptr);
+        const found_event<Form>* const expected = round < ROUNDS ? &found : nullptr;
+        const entered result = enter<Form>(bm, block, found.slot, std::move(found.made), expected);
         if (result != entered::slot_moved) return result != entered::yes;
     }
 }
@@ -135,19 +134,24 @@ template <class Form> bool still_this_event(const event_table<Form>& table, cons
 
 } // namespace
 
-template <class Form>
-entered bm_core::enter(BM& bm, ZRK4_EVTYPE evtype, int id, int bnum, int slot_number, slot_lock lock,
-                       const found_event<Form>* expected)
+template <class Form> bool bm_core::collect_into(BM& bm, ZRK4_EVTYPE evtype, int id, int bnum, int slot_number)
 {
     if (id < 1 || !is_event_type(evtype) || bnum < 0 || !is_slot(bm.ev_buf, slot_number)) {
         say("ev_update(): invalid parameter(s) evtype: %d id: %d bnum: %d slot: %d", evtype, id, bnum, slot_number);
-        return entered::refused;
+        return true;
     }
-    const new_block block{evtype, id, bnum, block_in_pool(bm, bnum, id)};
+    const new_block block{evtype, id, bnum, block_in_pool(bm, bnum, id).at};
     if (block.at == nullptr) {
         say("ev_update(): failed to get the buffer address");
-        return entered::refused;
+        return true;
     }
+    return enter<Form>(bm, block, slot_number, {}, nullptr) != entered::yes;
+}
+
+template <class Form>
+entered bm_core::enter(BM& bm, const new_block& block, int slot_number, slot_lock lock,
+                       const found_event<Form>* expected)
+{
     C_shm_buffer& events = *bm.ev_buf;
     event_slot<Form> slot(events, slot_number);
     if (!slot) {
@@ -158,7 +162,7 @@ entered bm_core::enter(BM& bm, ZRK4_EVTYPE evtype, int id, int bnum, int slot_nu
     if (expected != nullptr && !still_this_event(event_table<Form>(events), *expected)) return entered::slot_moved;
     slot.refresh();
     if (!enter_locked<Form>(bm, block, slot, slot_number)) return entered::refused;
-    if (own_writer_slot(bm, evtype) < 0) return entered::yes;
+    if (own_writer_slot(bm, block.evtype) < 0) return entered::yes;
     // The lock is kept from the entry to the look at the clients: given back and taken again it would cost two calls.
     const look_result look = look_at_clients<Form>(bm, slot_number, slot, lock);
     lock.unlock();

@@ -3,6 +3,7 @@
 
 #include "bm_core.h"
 #include "event_id.h"
+#include "event_key.h"
 #include "text_later.h"
 
 using namespace zrk4::impl;
@@ -51,17 +52,16 @@ template <class Form> found_event<Form> bm_core::find_slot(BM& bm, ZRK4_EVTYPE e
 template <class Form>
 int bm_core::matching_slot(BM& bm, const event_table<Form>& table, ZRK4_EVTYPE evtype, time_stamp key, int64_t id)
 {
-    for (int slot = 1; slot <= table.slots(); ++slot) {
-        typename Form::entry& entry = table.of(slot);
+    const key_range keys(key, bm.time_mask);
+    for (typename Form::entry& entry : table) {
         if (entry.status != EVT_C_USED || entry.evtype != evtype) continue;
         if (bm.smode == BM_SYNCH_TIME) {
-            time_stamp stored = entry.key;
-            if (bm.ev_keys_eq(&stored, &key)) continue;
+            if (!keys.contains(entry.key)) continue;
         } else {
             if (!same_event_id(entry.eventid, id)) continue;
             if (entry.eventid < id) Form::raise_event_id(entry, id);
         }
-        return slot;
+        return table.slot_of(entry);
     }
     return -1;
 }

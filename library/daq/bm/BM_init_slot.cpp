@@ -82,6 +82,7 @@ template <class Form> class bm_core::event_filler {
     {
         // Kept over the walk: no client of the event is thrown out or leaves beside it.
         slot_lock control(clients_, 0);
+        of_this_type_.reserve(USUAL);
         for_each_held_slot(clients_, [&](int c) {
             if (client_now(c).evtype == evtype_) of_this_type_.push_back(c);
         });
@@ -98,6 +99,7 @@ template <class Form> class bm_core::event_filler {
     }
 
   private:
+    static constexpr size_t USUAL = 32; // clients; more cost further allocations
     static constexpr zrk4_client_slot_head NOBODY{0, {}, 0, ZRK4_EV_EVMAX, CLI_T_INVAL};
 
     // A slot that is free by now, or not this type's any more, is nobody's.

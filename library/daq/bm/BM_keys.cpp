@@ -5,6 +5,7 @@
 
 #include "block_form.h"
 #include "bm_core.h"
+#include "event_key.h"
 
 using namespace zrk4::impl;
 
@@ -31,8 +32,6 @@ template <class Function> void replace(std::map<int, Function>& readers, int typ
 {
     if (f != nullptr) readers[type] = f;
 }
-
-double in_microseconds(const time_stamp& t) { return t.timeup * 1e6 + t.timelow; }
 
 // Single precision on purpose: the seconds are rounded to float before the microseconds are added.
 float coarse_microseconds(const time_stamp& t)
@@ -77,7 +76,4 @@ bool BM::time_expired(time_stamp* tms, time_stamp* tme, time_stamp* tmd)
     return in_microseconds(*tms) - in_microseconds(*tme) >= in_microseconds(*tmd);
 }
 
-bool BM::ev_keys_eq(time_stamp* tm1, time_stamp* tm2)
-{
-    return static_cast<double>(time_mask) < std::abs(in_microseconds(*tm1) - in_microseconds(*tm2));
-}
+bool BM::ev_keys_eq(time_stamp* tm1, time_stamp* tm2) { return !key_range(*tm1, time_mask).contains(*tm2); }

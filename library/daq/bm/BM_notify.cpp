@@ -34,8 +34,27 @@ int BM::cl_notify(int bnum)
 bool BM::notification(int evslot, int clslot, int cln)
 {
     const text_later texts;
-    return bm_core::in_form(*this,
-                            [&](auto form) { return bm_core::notify<decltype(form)>(*this, evslot, clslot, cln); });
+    if (clslot < 1 || evslot < 0 || cln < 0) {
+        say("Invalid parameter %d %d %d", clslot, evslot, cln);
+        return true;
+    }
+    if (!is_slot(cl_buf, clslot) || !client_slot(*cl_buf, clslot)) {
+        say("Something wrong: header == NULL");
+        return true;
+    }
+    const client_slot client(*cl_buf, clslot);
+    const zrk4_client_slot_head owner = client.head_now();
+    if (owner.cltype != CLI_T_READER) {
+        say("Something wrong: %u  %d != %d", static_cast<unsigned>(owner.pid), owner.cltype, CLI_T_READER);
+        return true;
+    }
+    return bm_core::in_form(*this, [&](auto form) {
+        using Form = decltype(form);
+        const event_slot<Form> slot(*ev_buf, evslot);
+        if (!slot) return true;
+        if (cln >= slot.nclients()) return false; // a client that takes no part waits for nothing
+        return bm_core::notify<Form>(*this, slot, client, {evslot, clslot, cln});
+    });
 }
 
 /// One walk over the client blocks of a slot. Nobody who cannot be served is waited for: such a client is forced to be
@@ -68,12 +87,18 @@ template <class Form> class bm_core::client_look {
             force_done(block);
             return;
         }
+        // Whoever is done stays so, reader or writer, and its slot need not be touched: with many readers each of them
+        // comes by here.
+        if (block.status == CLI_S_DONE) {
+            ++done_;
+            return;
+        }
         const client_slot client(*bm_.cl_buf, snum);
         const zrk4_client_slot_head head = client.head_now();
         if (head.cltype == CLI_T_WRITER) {
             look_at_writer(block, snum, client);
         } else if (block.status != CLI_S_WAIT) {
-            if (block.status == CLI_S_DONE) ++done_;
+            return;
         } else if (head.evtype != evtype_) {
             say("Wrong event type for reading forcing DONE  expected:%d, seen:%d", head.evtype, evtype_);
             force_done(block);
@@ -88,16 +113,10 @@ template <class Form> class bm_core::client_look {
     void look_at_writer(zrk4_client_block& block, int snum, const client_slot& client)
     {
         ++writers_;
-        if (has_all<Form>(bm_, number_, snum)) {
-            if (block.status != CLI_S_DONE) {
-                client.count_event();
-                block.status = CLI_S_DONE;
-            }
-        } else if (block.status != CLI_S_DONE) {
-            return;
-        }
+        if (!has_all<Form>(slot_, client, snum)) return;
+        client.count_event();
+        force_done(block);
         ++writers_done_;
-        ++done_;
     }
 
     void look_at_reader(int i, zrk4_client_block& block, int snum, const client_slot& client)
@@ -108,8 +127,8 @@ template <class Form> class bm_core::client_look {
             ++readers_of_all_;
             return;
         }
-        if (!has_all<Form>(bm_, number_, snum)) return;
-        if (!notify<Form>(bm_, number_, snum, i)) {
+        if (!has_all<Form>(slot_, client, snum)) return;
+        if (!notify<Form>(bm_, slot_, client, {number_, snum, i})) {
             ++notified_;
             return;
         }
@@ -131,7 +150,7 @@ template <class Form> class bm_core::client_look {
         if (block.status != CLI_S_WAIT || client.head_now().cltype != CLI_T_READER ||
             word_unlocked(&client.reader().nsblocks) != 0)
             return;
-        if (!notify<Form>(bm_, number_, snum, i)) {
+        if (!notify<Form>(bm_, slot_, client, {number_, snum, i})) {
             ++notified_;
             return;
         }
@@ -210,42 +229,26 @@ template <class Form> void bm_core::say_if_incomplete(BM& bm, const event_slot<F
         const zrk4_client_sblock_data& entry = slot.entries()[i];
         if (is_hole(entry)) {
             say("------------------------UUuups BAD SHMID: %d or BNUM:%d", entry.shmid, entry.bnum);
-        } else if (const char* at = block_in_pool(bm, entry.bnum, entry.shmid)) {
+        } else if (const char* at = block_in_pool(bm, entry.bnum, entry.shmid).at) {
             say_block_head(at);
         }
     }
     flush_stdout_later();
 }
 
-template <class Form> bool bm_core::notify(BM& bm, int evslot, int clslot, int cln)
+template <class Form>
+bool bm_core::notify(BM& bm, const event_slot<Form>& slot, const client_slot& reader, const place& of)
 {
-    if (clslot < 1 || evslot < 0 || cln < 0) {
-        say("Invalid parameter %d %d %d", clslot, evslot, cln);
-        return true;
-    }
-    if (!is_slot(bm.cl_buf, clslot) || !client_slot(*bm.cl_buf, clslot)) {
-        say("Something wrong: header == NULL");
-        return true;
-    }
-    const client_slot client(*bm.cl_buf, clslot);
-    const zrk4_client_slot_head owner = client.head_now();
-    if (owner.cltype != CLI_T_READER) {
-        say("Something wrong: %u  %d != %d", static_cast<unsigned>(owner.pid), owner.cltype, CLI_T_READER);
-        return true;
-    }
-    const event_slot<Form> slot(*bm.ev_buf, evslot);
-    if (!slot) return true;
-    if (cln >= slot.nclients()) return false; // a client that takes no part waits for nothing
-    typename Form::message message{};         // padding goes out as zeros
-    message.mtype = owner.pid;
-    message.evslot = evslot;
-    message.clslot = clslot;
-    message.cln = cln;
-    Form::stamp(message, slot.head());
-    zrk4_client_block& block = slot.clients()[cln];
+    zrk4_client_block& block = slot.clients()[of.cln];
     if (block.status != CLI_S_WAIT) return false;
+    typename Form::message message{}; // padding goes out as zeros
+    message.mtype = word_unlocked(&reader.head().pid);
+    message.evslot = of.evslot;
+    message.clslot = of.clslot;
+    message.cln = of.cln;
+    Form::stamp(message, slot.head());
     block.status = CLI_S_NTF;
-    return send_message<Form>(bm, message, static_cast<uint16_t>(word_unlocked(&client.reader().qid)));
+    return send_message<Form>(bm, message, static_cast<uint16_t>(word_unlocked(&reader.reader().qid)));
 }
 
 template <class Form> bool bm_core::send_message(BM& bm, const typename Form::message& message, uint16_t port)

@@ -7,6 +7,7 @@
 
 #include "block_form.h"
 #include "bm_core.h"
+#include "event_key.h"
 #include "pool_block.h"
 #include "text_later.h"
 
@@ -116,7 +117,7 @@ template <class Form> bool bm_core::return_block(BM& bm, const event_slot<Form>&
     entry.bnum = -1;
     bool failed = false;
     const char* at = bm.get_buffer_address(bnum, shmid, true);
-    if (at != nullptr && free_flag != 0 && block_in_pool(bm, bnum, shmid) != nullptr)
+    if (at != nullptr && free_flag != 0 && block_in_pool(bm, bnum, shmid).at != nullptr)
         say_cleaning<Form>(i, shmid, bnum, at, slot.head());
     try {
         if (at != nullptr && give_back_listed(bm, bnum, shmid)) {
@@ -139,7 +140,7 @@ bool BM::return_buffer_in_pool_ext(ZRK4_EVTYPE evtype, int bnum, int id)
         say("return_buffer_in_pool_ext(): invalid parameter(s) evtype: %d id: %d bnum: %d", evtype, id, bnum);
         return true;
     }
-    char* block = block_in_pool(*this, bnum, id);
+    char* block = block_in_pool(*this, bnum, id).at;
     if (block == nullptr) {
         say("return_buffer_in_pool_ext(): failed to get the buffer address");
         return true;
@@ -180,19 +181,18 @@ template <class Form> int bm_core::slot_for_return(BM& bm, ZRK4_EVTYPE evtype, t
         return -1;
     }
     const event_table<Form> table(*bm.ev_buf);
-    for (int slot = 1; slot <= table.slots(); ++slot) {
-        typename Form::entry& entry = table.of(slot);
+    const key_range keys(key, bm.time_mask);
+    for (typename Form::entry& entry : table) {
         if (entry.status != EVT_C_USED || entry.evtype != evtype) continue;
         if (bm.smode == BM_SYNCH_TIME) {
-            time_stamp stored = entry.key;
-            if (bm.ev_keys_eq(&stored, &key)) continue;
+            if (!keys.contains(entry.key)) continue;
         } else {
             const id_match match = match_for_return(entry.eventid, id);
             if (match == id_match::none) continue;
             if (match == id_match::wrapped && entry.eventid < id) Form::set_event_id(entry, id);
         }
         control.unlock();
-        return slot;
+        return table.slot_of(entry);
     }
     control.unlock();
     return -1;

@@ -147,7 +147,7 @@ std::vector<C_shm_buffer*> C_shm_mpool::at_least(int size) const
 
 char* C_shm_mpool::get_buffer_from_pool(int flags, int size, int* shmid, int* bnum)
 {
-    if (size < 0 || pool_empty()) return nullptr;
+    if (size < 0) return nullptr;
     C_shm_buffer* from = nullptr;
     char* addr = nullptr;
     if (shmid != nullptr && *shmid > 0) {
@@ -179,9 +179,10 @@ int C_shm_mpool::get_buffer_id_from_pool(char* addr, int* shmid)
 
 char* C_shm_mpool::get_buffer_address(int bnum, int shmid, bool attach)
 {
-    if (pool_empty()) return nullptr; // deliberate, also with `attach`: such a pool has nothing to do with events yet
     const C_shm_buffer* p = find_by_id(shmid);
-    if (p == nullptr && attach && look_at_segment(shmid) != segment_is::strangers && !add(shmid)) p = find_by_id(shmid);
+    // Nothing is attached to an empty pool: deliberate, such a pool has nothing to do with events yet.
+    if (p == nullptr && attach && !pool_empty() && look_at_segment(shmid) != segment_is::strangers && !add(shmid))
+        p = find_by_id(shmid);
     return p == nullptr ? nullptr : p->buffer_addr(bnum);
 }
 
@@ -195,14 +196,14 @@ bool C_shm_mpool::return_buffer_in_pool(char* addr)
 
 bool C_shm_mpool::return_buffer_in_pool(char* addr, int shmid)
 {
-    if (shmid < 1 || pool_empty()) return true;
+    if (shmid < 1) return true;
     C_shm_buffer* p = find_by_id(shmid);
     return p == nullptr || p->return_buffer(addr);
 }
 
 bool C_shm_mpool::return_buffer_in_pool(int bnum, int shmid)
 {
-    if (shmid < 1 || bnum < 0 || pool_empty()) return true;
+    if (shmid < 1 || bnum < 0) return true;
     C_shm_buffer* p = find_by_id(shmid);
     return p == nullptr || p->return_buffer(bnum);
 }

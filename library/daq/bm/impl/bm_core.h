@@ -12,6 +12,7 @@
 #include <sys/time.h>
 
 #include "BM.h"
+#include "client_slot.h"
 #include "event_slot.h"
 #include "slot_form.h"
 #include "slot_lock.h"
@@ -90,6 +91,11 @@ struct new_block {
     char* at;
 };
 
+/// Where a client block stands, as a datagram tells it.
+struct place {
+    int evslot, clslot, cln;
+};
+
 enum class entered { yes, refused, slot_moved };
 
 /// What one look at the clients of an event found.
@@ -161,8 +167,9 @@ struct bm_core {
 
     // BM_collect.cpp: a block into its event
     template <class Form> static bool collect(BM& bm, ZRK4_EVTYPE evtype, int id, int bnum);
+    template <class Form> static bool collect_into(BM& bm, ZRK4_EVTYPE evtype, int id, int bnum, int slot_number);
     template <class Form>
-    static entered enter(BM& bm, ZRK4_EVTYPE evtype, int id, int bnum, int slot_number, slot_lock lock,
+    static entered enter(BM& bm, const new_block& block, int slot_number, slot_lock lock,
                          const found_event<Form>* expected);
     template <class Form> static bool enter_locked(BM& bm, const new_block& block, event_slot<Form>& slot, int number);
     static void refuse_duplicate(BM& bm, const new_block& block, zrk4_client_sblock_data& entry);
@@ -171,14 +178,15 @@ struct bm_core {
 
     // BM_client_status.cpp: progress of one client on one event
     template <class Form> static bool set_status(BM& bm, int ev_slot, int cl_slot, BUF_MNG_CLI_STATUS status);
-    template <class Form> static bool has_all(const BM& bm, int ev_slot, int cl_slot);
+    template <class Form> static bool has_all(const event_slot<Form>& slot, const client_slot& client, int cl_slot);
     static void touch_client(const BM& bm, int cl_slot, bool event_done);
 
     // BM_notify.cpp: its readers
     template <class Form> class client_look;
     template <class Form>
     static look_result look_at_clients(BM& bm, int slot_number, event_slot<Form>& slot, const slot_lock& held);
-    template <class Form> static bool notify(BM& bm, int evslot, int clslot, int cln);
+    template <class Form>
+    static bool notify(BM& bm, const event_slot<Form>& slot, const client_slot& reader, const place& of);
     template <class Form> static bool send_message(BM& bm, const typename Form::message& message, uint16_t port);
     static int sending_socket(BM& bm);
     template <class Form> static void say_if_incomplete(BM& bm, const event_slot<Form>& slot);

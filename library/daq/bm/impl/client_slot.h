@@ -8,6 +8,7 @@
 #include "BM_int.h"
 #include "C_shm_buffer.h"
 #include "names.h"
+#include "partition_state.h"
 #include "unlocked.h"
 
 namespace zrk4::impl {
@@ -16,7 +17,7 @@ namespace zrk4::impl {
 /// it is cut to what the slot can hold.
 class client_slot {
   public:
-    template <class Part> client_slot(const Part& part, int n) : at_(part.buffer_addr(n)), room_(part.getBufferLength())
+    template <class Part> client_slot(const Part& part, int n) : at_(address_of(part, n)), room_(part.getBufferLength())
     {
         if (room_ < RECORDS) at_ = nullptr;
     }

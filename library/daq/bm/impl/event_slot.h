@@ -8,6 +8,7 @@
 
 #include "BM_int.h"
 #include "C_shm_buffer.h"
+#include "partition_state.h"
 #include "slot_form.h"
 #include "unlocked.h"
 
@@ -44,7 +45,7 @@ template <class Form> class event_slot {
     /// has in its place.
     template <class Part>
     event_slot(const Part& part, int n)
-        : at_(n > 0 && part.getBufferLength() >= HEAD ? part.buffer_addr(n) : nullptr), room_(part.getBufferLength())
+        : at_(n > 0 && part.getBufferLength() >= HEAD ? address_of(part, n) : nullptr), room_(part.getBufferLength())
     {
         if (at_ != nullptr) refresh();
     }
@@ -101,7 +102,7 @@ template <class Form> class event_table {
 
     template <class Part>
     explicit event_table(const Part& part)
-        : first_(reinterpret_cast<entry_t*>(part.buffer_addr(0))),
+        : first_(reinterpret_cast<entry_t*>(address_of(part, 0))),
           count_(std::max(
               0, std::min(part.getBufferCount() - 1, part.getBufferLength() / static_cast<int>(sizeof(entry_t)))))
     {
@@ -111,6 +112,10 @@ template <class Form> class event_table {
     bool has(int slot) const { return slot >= 1 && slot <= count_; }
     entry_t& of(int slot) const { return first_[slot - 1]; }
     bool used(int slot) const { return of(slot).status == EVT_C_USED; }
+    /// All of them, for who looks for one.
+    entry_t* begin() const { return first_; }
+    entry_t* end() const { return first_ + count_; }
+    int slot_of(const entry_t& entry) const { return static_cast<int>(&entry - first_) + 1; }
 
   private:
     entry_t* first_;

@@ -23,13 +23,21 @@ inline bool has_readable_head(const C_shm_buffer& part, const char* at)
     return left >= static_cast<int64_t>(head);
 }
 
-/// Address of buffer `bnum` of partition `shmid`, which is attached when it is not yet in the pool; null when there is
+/// A server block and the length of the buffer that it lies in.
+struct pool_block {
+    char* at = nullptr;
+    int room = 0;
+};
+
+/// Block in buffer `bnum` of partition `shmid`, which is attached when it is not yet in the pool; null when there is
 /// none, or none with room for a block's head.
-inline char* block_in_pool(C_shm_mpool& pool, int bnum, int shmid)
+inline pool_block block_in_pool(C_shm_mpool& pool, int bnum, int shmid)
 {
-    char* at = pool.get_buffer_address(bnum, shmid, true);
-    const C_shm_buffer* part = at != nullptr ? pool.find_by_id(shmid) : nullptr;
-    return part != nullptr && has_readable_head(*part, at) ? at : nullptr;
+    const C_shm_buffer* part = pool.find_by_id(shmid);
+    if (part == nullptr && pool.get_buffer_address(bnum, shmid, true) != nullptr) part = pool.find_by_id(shmid);
+    char* const at = part != nullptr ? address_of(*part, bnum) : nullptr;
+    if (at == nullptr || !has_readable_head(*part, at)) return {};
+    return {at, part->getBufferLength()};
 }
 
 } // namespace zrk4::impl

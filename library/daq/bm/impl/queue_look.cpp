@@ -95,7 +95,8 @@ bool table_copy::take(raw_lock::patience patience)
 {
     const raw_lock gate(part_, gbl_gate, patience);
     if (!gate) return false;
-    copy_unlocked(bytes_.data(), part_.segment().at(), bytes_.size());
+    copy_words(reinterpret_cast<shared_word*>(bytes_.data()),
+               reinterpret_cast<const volatile shared_word*>(part_.segment().at()), bytes_.size());
     counted_ = part_.value(gbl_empty);
     return true;
 }

@@ -20,11 +20,12 @@ struct BM_PACKED __attribute__((may_alias)) shared_word {
 
 /// Copies `bytes` (a multiple of 4) word by word. The copy may be torn: who uses it must be able to live with that or
 /// test again under a lock. The thread sanitizer is told not to look, because the race is meant.
-__attribute__((no_sanitize("thread"))) inline void copy_unlocked(void* to, const void* from, size_t bytes)
+/// `From` and `To` are words: volatile on the side that others see, and there alone, so that the other side may stay in
+/// registers.
+template <class To, class From>
+__attribute__((no_sanitize("thread"))) inline void copy_words(To* to, From* from, size_t bytes)
 {
-    const auto* source = static_cast<const volatile shared_word*>(from);
-    auto* target = static_cast<volatile shared_word*>(to);
-    for (size_t i = 0; i < bytes / sizeof(shared_word); ++i) target[i].value = source[i].value;
+    for (size_t i = 0; i < bytes / sizeof(shared_word); ++i) to[i].value = from[i].value;
 }
 
 /// A record, or one of its words, as it stands now.
@@ -32,23 +33,23 @@ template <class Record> Record read_unlocked(const Record* from)
 {
     static_assert(std::is_trivially_copyable_v<Record> && sizeof(Record) % sizeof(shared_word) == 0);
     Record copy;
-    copy_unlocked(&copy, from, sizeof copy);
+    copy_words(reinterpret_cast<shared_word*>(&copy), reinterpret_cast<const volatile shared_word*>(from), sizeof copy);
     return copy;
 }
 
 /// The 32-bit word at `at` as it stands now.
 inline int32_t word_unlocked(const void* at)
 {
-    int32_t word;
-    copy_unlocked(&word, at, sizeof word);
-    return word;
+    uint32_t word;
+    copy_words(reinterpret_cast<shared_word*>(&word), static_cast<const volatile shared_word*>(at), sizeof word);
+    return static_cast<int32_t>(word);
 }
 
 /// Writes a record that others read without a lock.
 template <class Record> void write_unlocked(Record* to, const Record& value)
 {
     static_assert(std::is_trivially_copyable_v<Record> && sizeof(Record) % sizeof(shared_word) == 0);
-    copy_unlocked(to, &value, sizeof value);
+    copy_words(reinterpret_cast<volatile shared_word*>(to), reinterpret_cast<const shared_word*>(&value), sizeof value);
 }
 
 /// Writes a 4-byte field after everything that was written before it; the processor keeps the order by itself.
