@@ -10,8 +10,12 @@
 
 namespace bench {
 
-/// Of writer w to reader k: at w * readers + k. Made by the conductor, and inherited.
+/// All of a run, made by the conductor and inherited.
 template <class Channel> using channels = std::vector<std::unique_ptr<Channel>>;
+template <class Channel> Channel& channel_of(const channels<Channel>& all, const plan& p, int writer, int reader)
+{
+    return *all[static_cast<size_t>(writer) * static_cast<size_t>(p.readers) + static_cast<size_t>(reader)];
+}
 
 template <class Channel> struct copying_inbox {
     const channels<Channel>& all;
@@ -24,7 +28,7 @@ template <class Channel> struct copying_inbox {
     const char* take(int writer)
     {
         std::vector<char>& block = blocks[static_cast<size_t>(writer)];
-        all[static_cast<size_t>(writer * p.readers + index)]->read_all(block.data(), block.size());
+        channel_of(all, p, writer, index).read_all(block.data(), block.size());
         return block.data();
     }
     void done() {}
@@ -39,8 +43,7 @@ template <class Channel> struct copying_outbox {
     char* take() { return block.data(); }
     void send()
     {
-        for (int k = 0; k < p.readers; ++k)
-            all[static_cast<size_t>(index * p.readers + k)]->write_all(block.data(), block.size());
+        for (int k = 0; k < p.readers; ++k) channel_of(all, p, index, k).write_all(block.data(), block.size());
     }
 };
 

@@ -28,6 +28,7 @@ void measure_all(int rounds)
     int met = 0;
     for (const bench::figure& f : figures) {
         std::vector<double> values;
+        values.reserve(static_cast<size_t>(rounds));
         for (int round = 0; round < rounds; ++round) values.push_back(f.measure());
         met += print(f, values) ? 1 : 0;
     }
