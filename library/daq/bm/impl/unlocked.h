@@ -28,6 +28,12 @@ __attribute__((no_sanitize("thread"))) inline void copy_words(To* to, From* from
     for (size_t i = 0; i < bytes / sizeof(shared_word); ++i) to[i].value = from[i].value;
 }
 
+/// The same out of shared memory, whatever stands there.
+inline void copy_unlocked(void* to, const void* from, size_t bytes)
+{
+    copy_words(static_cast<shared_word*>(to), static_cast<const volatile shared_word*>(from), bytes);
+}
+
 /// A record, or one of its words, as it stands now.
 template <class Record> Record read_unlocked(const Record* from)
 {
