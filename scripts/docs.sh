@@ -47,7 +47,6 @@ assemble() {
     rm -rf build/docs
     mkdir -p build/docs/pages
     cp docs/*.md docs/*.svg build/docs/pages
-    cp bench/README.md build/docs/pages/performance.md
     cp CHANGELOG.md build/docs/pages/changes.md
     sed -i -e 's:](docs/:](:g' -e 's:](bench/README.md):](performance.md):g' build/docs/pages/*.md
 }

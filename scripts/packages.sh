@@ -9,6 +9,7 @@ build=${1:-build/package}
 
 build_packages() {
     quietly cmake -S . -B "$build" -D CMAKE_BUILD_TYPE=Release -D BUILD_TESTING=OFF -D ZRK4_PROGRAMS=OFF \
+        -D ZRK4_DEBIAN_PACKAGES=ON \
         -D CMAKE_INSTALL_PREFIX=/usr -D CMAKE_INSTALL_LIBDIR="lib/$(dpkg-architecture -q DEB_HOST_MULTIARCH)" \
         -D CMAKE_INSTALL_DOCDIR=share/doc/zrk4bm-doc -D CMAKE_SKIP_INSTALL_RPATH=ON
     quietly cmake --build "$build" -j "$(nproc)"
@@ -27,24 +28,40 @@ make_root() {
 # Everything but the packages' own database.
 files_in_root() { (cd "$root" && find . -path ./var/lib/dpkg -prune -o ! -type d ! -name log -print | sort); }
 
-install_and_remove() {
-    local path before packages expected=(
-        usr/include/ZRK4bm/BM.h "usr/lib/*/libZRK4bm.so" "usr/lib/*/libZRK4bm.so.0" "usr/lib/*/libZRK4evutl.so.0"
-        "usr/lib/*/cmake/ZRK4bm/ZRK4bmConfig.cmake" "usr/lib/*/pkgconfig/ZRK4bm.pc" usr/share/doc/zrk4bm-doc/README.md
-    )
-    if compgen -G "$build/zrk4bm-tools_*.deb" >/dev/null; then
-        expected+=(usr/bin/bm usr/lib/sysctl.d/60-zrk4bm.conf usr/lib/systemd/logind.conf.d/60-zrk4bm.conf
-            usr/lib/systemd/system/zrk4bm-master.service)
-    fi
-    before=$(files_in_root)
-    quietly in_root --install "$build"/*.deb || return
-    for path in "${expected[@]}"; do
+# What must be there after the installation.
+installed() {
+    local path command libraries
+    for path in usr/include/ZRK4bm/BM.h "usr/lib/*/libZRK4bm.so" "usr/lib/*/libZRK4bm.so.0" \
+        "usr/lib/*/libZRK4evutl.so.0" "usr/lib/*/cmake/ZRK4bm/ZRK4bmConfig.cmake" "usr/lib/*/pkgconfig/ZRK4bm.pc" \
+        usr/share/doc/zrk4bm-doc/{README.md,html/index.html,html/reference/index.html,examples/writer.cpp} \
+        usr/bin/bm usr/lib/{sysctl.d,systemd/logind.conf.d}/60-zrk4bm.conf \
+        usr/share/{bash-completion/completions/bm,zsh/vendor-completions/_bm,fish/vendor_completions.d/bm.fish}; do
         compgen -G "$root/$path" >/dev/null || die "not installed: $path"
     done
-    if [[ -e $root/usr/bin/bm ]]; then
-        grep -q '^zrk4bm:' "$root/etc/passwd" || die "no user zrk4bm"
-        LD_LIBRARY_PATH=$(echo "$root"/usr/lib/*/) "$root/usr/bin/bm" version
-    fi
+    grep -q '^zrk4bm:' "$root/etc/passwd" || die "no user zrk4bm"
+    libraries=$(dirname "$root"/usr/lib/*/libZRK4bm.so.0)
+    LD_LIBRARY_PATH=$libraries "$root/usr/bin/bm" version
+    for command in "" $(LD_LIBRARY_PATH=$libraries "$root/usr/bin/bm" --help | awk '/^  [a-z]+  / { print "-" $1 }'); do
+        [[ -s $root/usr/share/man/man1/bm$command.1.gz ]] || die "no man page of bm$command"
+    done
+    bash -c 'source "$1" && complete -p bm' _ "$root/usr/share/bash-completion/completions/bm"
+    service_is_sound
+}
+
+# systemd looks for the units that it names on this host, for the program in the scratch root. What it merely warns of is
+# no success either.
+service_is_sound() {
+    local said unit=zrk4bm-master.service
+    sed "s:/usr/bin/bm:$root&:" "$root/usr/lib/systemd/system/$unit" >"$work/$unit"
+    said=$(systemd-analyze verify --man=no "$work/$unit" 2>&1) || die "$said"
+    [[ -z $said ]] || die "$said"
+}
+
+install_and_remove() {
+    local before packages
+    before=$(files_in_root)
+    quietly in_root --install "$build"/*.deb || return
+    installed
     mapfile -t packages < <(package_names)
     quietly in_root --purge "${packages[@]}" || return
     # The user stays.
@@ -57,13 +74,16 @@ package_names() {
 }
 
 scripts/install-deps.sh package
-[[ -e build/docs/site/index.html ]] || scripts/docs.sh
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+root=$work/root
+scripts/docs.sh
 build_packages
 for package in "$build"/*.deb; do echo "$package"; done
-# The site brings its own fonts and scripts: it is also read where there are no packages.
-lintian --fail-on error --suppress-tags duplicate-font-file,embedded-javascript-library "$build"/*.deb
-root=$(mktemp -d)
-trap 'rm -rf "$root"' EXIT
+# The site brings its own fonts and scripts: it is also read where there are no packages. Ended by force lintian leaves
+# its files.
+mkdir "$work/lintian"
+TMPDIR=$work/lintian lintian --fail-on error --suppress-tags duplicate-font-file,embedded-javascript-library "$build"/*.deb
 make_root
 install_and_remove
 echo "installed and removed"

@@ -1,4 +1,9 @@
 # Debian packages, one per component: scripts/packages.sh. What lintian and policy ask of each stands in packaging/debian.
+# They need gzip and files that nobody else wants: not without being asked.
+option(ZRK4_DEBIAN_PACKAGES "Prepare Debian packages" OFF)
+if(NOT ZRK4_DEBIAN_PACKAGES)
+  return()
+endif()
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_VERSION ${PROJECT_VERSION})
 set(CPACK_PACKAGE_VENDOR "the maintainers of ZRK4bm")

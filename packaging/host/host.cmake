@@ -12,19 +12,16 @@ install(FILES ${CMAKE_CURRENT_LIST_DIR}/60-zrk4bm.sysctl RENAME 60-zrk4bm.conf D
 install(FILES ${CMAKE_CURRENT_LIST_DIR}/60-zrk4bm.logind RENAME 60-zrk4bm.conf DESTINATION lib/systemd/logind.conf.d COMPONENT tools)
 
 # The command knows its options best.
-if(EXISTS ${PROJECT_SOURCE_DIR}/tools/bm/commands/completion.cpp)
-  foreach(completion IN ITEMS bash:bash-completion/completions/bm zsh:zsh/vendor-completions/_bm
-                              fish:fish/vendor_completions.d/bm.fish)
-    string(REPLACE ":" ";" completion ${completion})
-    list(GET completion 0 shell)
-    list(GET completion 1 place)
-    set(file ${host_files}/completion.${shell})
-    add_custom_command(OUTPUT ${file} COMMAND bm completion ${shell} > ${file} DEPENDS bm VERBATIM)
-    list(APPEND completions ${file})
-    cmake_path(GET place PARENT_PATH folder)
-    cmake_path(GET place FILENAME name)
-    install(FILES ${file}
-      DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/${folder} RENAME ${name} COMPONENT tools)
-  endforeach()
-  add_custom_target(bm_completions ALL DEPENDS ${completions})
-endif()
+foreach(completion IN ITEMS bash:bash-completion/completions/bm zsh:zsh/vendor-completions/_bm
+                            fish:fish/vendor_completions.d/bm.fish)
+  string(REPLACE ":" ";" completion ${completion})
+  list(GET completion 0 shell)
+  list(GET completion 1 place)
+  set(file ${host_files}/completion.${shell})
+  add_custom_command(OUTPUT ${file} COMMAND bm completion ${shell} > ${file} DEPENDS bm VERBATIM)
+  list(APPEND completions ${file})
+  cmake_path(GET place PARENT_PATH folder)
+  cmake_path(GET place FILENAME name)
+  install(FILES ${file} DESTINATION ${CMAKE_INSTALL_DATAROOTDIR}/${folder} RENAME ${name} COMPONENT tools)
+endforeach()
+add_custom_target(bm_completions ALL DEPENDS ${completions})
