@@ -22,6 +22,8 @@ prefix=$work/elsewhere
 mv "$work/made" "$prefix"
 
 run() {
+    # A program asks for the interface that it was built with, not for one version.
+    [[ $(readelf -d "$1/exchange") == *'[libZRK4bm.so.0]'* ]] || { echo "it does not ask for libZRK4bm.so.0" && exit 1; }
     "$1/names"
     timeout 60 "${namespace[@]}" "$1/exchange" | tail -n 1
     [[ ${PIPESTATUS[0]} == 0 ]]
