@@ -2,14 +2,18 @@
 
 #include <cstdio>
 #include <exception>
+#include <string>
+#include <vector>
 
 #include "cli/failure.h"
+#include "cli/output.h"
 
 namespace bm {
 
 command_line::command_line() : app_("Shows, explains and mends the exchange of event data on this host.", "bm")
 {
     app_.require_subcommand(1);
+    app_.set_version_flag("--version", "bm " BM_VERSION, "print the version of this command");
     app_.add_flag("--json", given_.json, "print one JSON document instead of text");
     app_.add_flag("--no-color", given_.no_color, "no colours; so does NO_COLOR in the environment");
     app_.add_option("--names", given_.names,
@@ -31,12 +35,26 @@ void command_line::add(const std::string& name, const std::string& about,
         [run = std::move(run)](const common_options& common, const none&) { return run(common); });
 }
 
+exit_status command_line::refuse(const CLI::ParseError& error) const
+{
+    const std::vector<CLI::App*> named = app_.get_subcommands();
+    const std::vector<std::string> more = app_.remaining();
+    failure problem = !named.empty() ? failure(exit_status::usage, error.what())
+                      : more.empty() ? failure(exit_status::usage, "a command is missing")
+                                     : failure(exit_status::usage, "there is no such command")
+                                           .seen("\"" + printable(more.front()) + "\"")
+                                           .needed("one of those that bm --help lists");
+    problem.help(named.empty() ? "bm --help" : "bm " + named.front()->get_name() + " --help");
+    std::fputs(problem.text().c_str(), stderr);
+    return problem.status();
+}
+
 exit_status command_line::run(int argc, const char* const* argv)
 {
     try {
         app_.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app_.exit(error) == 0 ? exit_status::fine : exit_status::usage;
+        return error.get_exit_code() == 0 ? static_cast<exit_status>(app_.exit(error)) : refuse(error);
     }
     try {
         return run_(resolved(given_));

@@ -10,6 +10,7 @@
 #include <CLI/CLI.hpp>
 
 #include "cli/exit_status.h"
+#include "cli/limits.h"
 #include "cli/options.h"
 
 namespace bm {
@@ -44,6 +45,8 @@ class command_line {
     const CLI::App& parser() const { return app_; }
 
   private:
+    exit_status refuse(const CLI::ParseError& error) const;
+
     CLI::App app_;
     given_options given_;
     std::function<exit_status(const common_options&)> run_;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <numeric>
 
 #include <fmt/format.h>
 #include <pwd.h>
@@ -39,7 +40,7 @@ json document(const char* command) { return {{"schema", fmt::format("bm.{}", com
 
 void print_document(const json& document) { print(dumped(document, 2)); }
 
-void print_document_line(const json& document) { print(dumped(document, -1)); }
+std::string document_line(const json& document) { return dumped(document, -1); }
 
 void print(std::string_view text)
 {
@@ -121,9 +122,11 @@ std::string table::text(bool color) const
 {
     const std::vector<size_t> wide = widths();
     std::string all;
+    all.reserve((rows_.size() + 1) * (std::accumulate(wide.begin(), wide.end(), wide.size() * 2) + 16));
     // By hand: thousands of rows are formatted as fast as they are read.
+    std::string one;
     const auto put = [&](const auto& cell_of, tone how) {
-        std::string one;
+        one.clear();
         for (size_t c = 0; c < columns_.size(); ++c) {
             const std::string& cell = cell_of(c);
             if (c != 0) one += "  ";

@@ -22,8 +22,8 @@ inline constexpr int SCHEMA_VERSION = 1;
 json document(const char* command);
 /// Prints a document. Names from shared memory may hold any bytes: what is not UTF-8 is replaced.
 void print_document(const json& document);
-/// The same in one line, for commands that print a document per moment.
-void print_document_line(const json& document);
+/// The same as a line, for commands that print a document per moment.
+std::string document_line(const json& document);
 /// Prints text and flushes it.
 void print(std::string_view text);
 

@@ -63,6 +63,7 @@ screen::screen(bool color) : color_(color)
     noecho();
     curs_set(0);
     keypad(stdscr, true);
+    wtimeout(stdscr, 0);
     color_ = color_ && has_colors() && start_color() == OK;
     if (!color_) return;
     use_default_colors();
@@ -91,9 +92,8 @@ void screen::draw(const std::vector<screen_line>& lines)
     wrefresh(stdscr);
 }
 
-int screen::key(int milliseconds)
+int screen::key()
 {
-    wtimeout(stdscr, milliseconds);
     const int got = wgetch(stdscr);
     if (got == KEY_BACKSPACE || got == '\b') return ERASE;
     if (got == KEY_ENTER || got == '\r') return ENTER;

@@ -30,8 +30,8 @@ class screen {
     int rows() const;
     /// Lines from the top; what does not fit is cut.
     void draw(const std::vector<screen_line>& lines);
-    /// A key, waited for at most so long; NO_KEY when none came.
-    int key(int milliseconds);
+    /// A key that has been pressed; NO_KEY when there is none.
+    int key();
 
     static constexpr int NO_KEY = -1, ENTER = '\n', ESCAPE = 27, TAB = '\t', ERASE = 127;
 

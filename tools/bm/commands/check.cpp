@@ -53,10 +53,10 @@ void declare_common(CLI::App& app, check_options& options)
 {
     app.add_option("NAME", options.names, "partitions to look at (default: the whole exchange)");
     app.add_option("--observe", options.observe_s, "how long what may be movement is watched (5)")
-        ->check(CLI::Range(0.0, 3600.0))
+        ->check(between(0.0, 3600.0))
         ->type_name("SECONDS");
     app.add_option("--patience", options.patience_s, "how long one lock is waited for (1)")
-        ->check(CLI::Range(0.0, 3600.0))
+        ->check(between(0.0, 3600.0))
         ->type_name("SECONDS");
 }
 

@@ -176,7 +176,7 @@ void add_clients(command_line& line)
         "clients", "who is subscribed, alive or not, and how many events they get",
         [](CLI::App& app, clients_options& options) {
             app.add_option("-i,--interval", options.seconds, "count events for this many seconds and show their rate")
-                ->check(CLI::Range(0.05, 3600.0));
+                ->check(between(0.05, 3600.0));
         },
         clients);
 }

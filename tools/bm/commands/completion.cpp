@@ -132,9 +132,19 @@ void add_completion(command_line& line)
                 ->check(CLI::IsMember({"bash", "zsh", "fish"}))
                 ->type_name("bash|zsh|fish");
         },
-        [&line](const common_options&, const completion_options& options) {
+        [&line](const common_options& common, const completion_options& options) {
             const CLI::App& app = line.parser();
-            print(options.shell == "bash" ? for_bash(app) : options.shell == "zsh" ? for_zsh(app) : for_fish(app));
+            const std::string script = options.shell == "bash"  ? for_bash(app)
+                                       : options.shell == "zsh" ? for_zsh(app)
+                                                                : for_fish(app);
+            if (common.json) {
+                json shown = document("completion");
+                shown["shell"] = options.shell;
+                shown["script"] = script;
+                print_document(shown);
+            } else {
+                print(script);
+            }
             return exit_status::fine;
         });
 }

@@ -59,7 +59,7 @@ std::string states_text(const event& one, const client_slots& clients)
         const auto state = std::find(STATES.begin() + 1, STATES.end(), static_cast<int32_t>(block.status));
         std::string& of_state = labels[state == STATES.end() ? 0 : static_cast<size_t>(state - STATES.begin())];
         of_state += ' ';
-        of_state += client_label(block.snum, clients);
+        add_client_label(of_state, block.snum, clients);
     }
     std::string all;
     for (size_t i = 0; i < STATES.size(); ++i) {
@@ -131,11 +131,39 @@ json to_json(const shown_event& shown, const exchange& seen, processes& known)
     return all;
 }
 
-void print_text(const std::vector<shown_event>& all, const exchange& seen, processes& known, bool color)
+/// Each event is told as soon as its debts are known: of thousands nothing is kept but their lines.
+template <class Tell> bool for_each_wanted(const exchange& seen, const events_options& options, Tell tell)
 {
-    print(fmt::format("{}: {} of {} slots in use, records of {}\n", printable(seen.events_part.name),
-                      seen.events.all().size(), seen.events.slots(), static_cast<int>(seen.events.form())));
-    if (all.empty()) return;
+    bool fine = true;
+    for (const event& one : seen.events.all()) {
+        if (!is_wanted(one, options, seen.now)) continue;
+        shown_event shown{&one, debts_of(one, seen.clients), 0};
+        shown.lost = unaccounted(one, shown.debts);
+        tell(shown);
+        fine &= !needs_attention(one, seen.now);
+    }
+    return fine;
+}
+
+std::vector<std::string> cells_of(const shown_event& shown, const exchange& seen, processes& known)
+{
+    const event& one = *shown.what;
+    return {std::to_string(one.slot),
+            type_text(one.type),
+            one.key_text(),
+            std::to_string(one.id),
+            std::to_string(one.filled_said).append("/").append(std::to_string(one.expected)),
+            size_text(static_cast<uint64_t>(std::max<int64_t>(one.bytes, 0))),
+            span_text(seconds_between(one.start, seen.now)),
+            span_text(idle_seconds(one, seen.now)),
+            states_text(one, seen.clients),
+            missing_text(shown, known),
+            remark(one, seen.now)};
+}
+
+bool print_text(const exchange& seen, const events_options& options, bool color)
+{
+    processes known(seen.clients_part.where.uid);
     table lines({{"SLOT", table::right},
                  {"TYPE"},
                  {"KEY"},
@@ -147,43 +175,34 @@ void print_text(const std::vector<shown_event>& all, const exchange& seen, proce
                  {"CLIENTS"},
                  {"MISSING"},
                  {"REMARK"}});
-    for (const shown_event& shown : all) {
-        const event& one = *shown.what;
-        lines.row({fmt::format("{}", one.slot), type_text(one.type), one.key_text(), fmt::format("{}", one.id),
-                   fmt::format("{}/{}", one.filled_said, one.expected),
-                   size_text(static_cast<uint64_t>(std::max<int64_t>(one.bytes, 0))),
-                   span_text(seconds_between(one.start, seen.now)), span_text(idle_seconds(one, seen.now)),
-                   states_text(one, seen.clients), missing_text(shown, known), remark(one, seen.now)},
-                  needs_attention(one, seen.now) ? tone::bad : tone::plain);
-    }
-    print(lines.text(color));
+    const bool fine = for_each_wanted(seen, options, [&](const shown_event& one) {
+        lines.row(cells_of(one, seen, known), needs_attention(*one.what, seen.now) ? tone::bad : tone::plain);
+    });
+    print(fmt::format("{}: {} of {} slots in use, records of {}\n", printable(seen.events_part.name),
+                      seen.events.all().size(), seen.events.slots(), static_cast<int>(seen.events.form())));
+    if (!lines.empty()) print(lines.text(color));
+    return fine;
+}
+
+bool print_json(const exchange& seen, const events_options& options)
+{
+    processes known(seen.clients_part.where.uid);
+    json shown = document("events");
+    shown["partition"] = seen.events_part.name;
+    shown["records"] = static_cast<int>(seen.events.form());
+    shown["slots"] = seen.events.slots();
+    shown["in_use"] = seen.events.all().size();
+    shown["events"] = json::array();
+    const bool fine = for_each_wanted(
+        seen, options, [&](const shown_event& one) { shown["events"].push_back(to_json(one, seen, known)); });
+    print_document(shown);
+    return fine;
 }
 
 exit_status events(const common_options& common, const events_options& options)
 {
     const exchange seen = look_at_exchange(common);
-    processes known(seen.clients_part.where.uid);
-    std::vector<shown_event> all;
-    for (const event& one : seen.events.all()) {
-        if (!is_wanted(one, options, seen.now)) continue;
-        shown_event shown{&one, debts_of(one, seen.clients), 0};
-        shown.lost = unaccounted(one, shown.debts);
-        all.push_back(std::move(shown));
-    }
-    if (common.json) {
-        json shown = document("events");
-        shown["partition"] = seen.events_part.name;
-        shown["records"] = static_cast<int>(seen.events.form());
-        shown["slots"] = seen.events.slots();
-        shown["in_use"] = seen.events.all().size();
-        shown["events"] = json::array();
-        for (const shown_event& one : all) shown["events"].push_back(to_json(one, seen, known));
-        print_document(shown);
-    } else {
-        print_text(all, seen, known, common.color);
-    }
-    const bool fine = std::none_of(all.begin(), all.end(),
-                                   [&](const shown_event& one) { return needs_attention(*one.what, seen.now); });
+    const bool fine = common.json ? print_json(seen, options) : print_text(seen, options, common.color);
     return fine ? exit_status::fine : exit_status::attention;
 }
 
@@ -199,7 +218,7 @@ void add_events(command_line& line)
             app.add_option("--slow", options.slow, "only events older than this many seconds (1)")
                 ->expected(0, 1)
                 ->default_str("1")
-                ->check(CLI::NonNegativeNumber);
+                ->check(not_negative());
         },
         events);
 }

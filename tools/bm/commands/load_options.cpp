@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include "cli/failure.h"
+#include "cli/limits.h"
 
 namespace bm {
 namespace {
@@ -53,17 +54,17 @@ void declare_load(CLI::App& app, load_options& options)
     app.add_option("--preset", options.preset, "where the other numbers come from (beamline)")
         ->check(CLI::IsMember(preset_names()))
         ->type_name("bench|beamline|hall|large");
-    app.add_option("--clients", options.clients, "processes that take part")->check(CLI::Range(1, 1'000'000));
-    app.add_option("--blocks", options.blocks, "server blocks of one event")->check(CLI::Range(1, 1'000'000));
-    app.add_option("--rate", options.rate, "events per second")->check(CLI::Range(0.001, 1e6))->type_name("HZ");
+    app.add_option("--clients", options.clients, "processes that take part")->check(between(1, 1'000'000));
+    app.add_option("--blocks", options.blocks, "server blocks of one event")->check(between(1, 1'000'000));
+    app.add_option("--rate", options.rate, "events per second")->check(between(0.001, 1e6))->type_name("HZ");
     app.add_option("--block-size", options.groups,
                    "bytes of a block, and how many of an event's blocks have that size; may be repeated")
         ->type_name("BYTES[xCOUNT]");
     app.add_option("--reader-time", options.reader_s, "from an event's first block until its last reader is done")
-        ->check(CLI::Range(0.0, 1e5))
+        ->check(between(0.0, 1e5))
         ->type_name("SECONDS");
     app.add_option("--stall", options.stall_s, "for how long more what a dead reader holds is not back (6)")
-        ->check(CLI::Range(0.0, 1e5))
+        ->check(between(0.0, 1e5))
         ->type_name("SECONDS");
 }
 

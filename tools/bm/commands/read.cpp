@@ -14,8 +14,8 @@
 #include "cli/failure.h"
 #include "cli/progress.h"
 #include "commands/commands.h"
+#include "commands/load_run.h"
 #include "host/end_signals.h"
-#include "host/member.h"
 #include "model/arrivals.h"
 #include "model/load_mark.h"
 #include "sb_view.h"
@@ -23,12 +23,9 @@
 namespace bm {
 namespace {
 
-struct read_options {
-    member_options member;
-    std::string type = "NORMAL";
+struct read_options : load_run {
     std::list<std::string> blocks{};
-    int64_t count = 0;
-    double seconds = 0, patience = 10, work_ms = 0;
+    double patience = 10, work_ms = 0;
 };
 
 struct balance {
@@ -156,8 +153,8 @@ json to_json(const balance& all)
     one["damaged"] = all.damaged;
     one["lost"] = all.lost;
     one["repeated"] = all.repeated;
-    one["slowest"] = static_cast<double>(all.slowest_us) / 1e6;
-    one["seconds"] = all.seconds;
+    one["slowest_s"] = static_cast<double>(all.slowest_us) / 1e6;
+    one["span_s"] = all.seconds;
     one["silent"] = all.silent;
     one["balanced"] = all.right();
     return one;
@@ -191,13 +188,7 @@ exit_status run(const common_options& common, const read_options& options)
     std::fputs("bm: reading\n", stderr);
     const balance all = watch(reader, options, ends);
     reader.all_clean_up();
-    if (common.json) {
-        out.print_line(to_json(all));
-    } else {
-        out.print(text_of(all));
-    }
-    if (all.right()) return exit_status::fine;
-    return all.silent ? exit_status::timed_out : exit_status::attention;
+    return tell(all, all.silent, common, out);
 }
 
 } // namespace
@@ -207,18 +198,15 @@ void add_read(command_line& line)
     line.add<read_options>(
         "read", "reads events, checks the blocks of bm write, and takes stock",
         [](CLI::App& app, read_options& options) {
-            declare_member(app, options.member);
-            app.add_option("--type", options.type, "event type (NORMAL)");
+            declare_run(app, options);
             app.add_option("--blocks", options.blocks, "names of the blocks it waits for (all)")
                 ->delimiter(',')
                 ->type_name("A,B");
-            app.add_option("--count", options.count, "end after so many events")->check(CLI::PositiveNumber);
-            app.add_option("--seconds", options.seconds, "end after this time")->check(CLI::PositiveNumber);
             app.add_option("--work", options.work_ms, "time that it spends on each event (0)")
-                ->check(CLI::Range(0.0, 60000.0))
+                ->check(between(0.0, 60000.0))
                 ->type_name("MILLISECONDS");
             app.add_option("--patience", options.patience, "end when nothing came for so long; 0: never (10)")
-                ->check(CLI::Range(0.0, 1e6))
+                ->check(between(0.0, 1e6))
                 ->type_name("SECONDS");
         },
         run);

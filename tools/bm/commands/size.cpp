@@ -24,8 +24,8 @@ json to_json(const planned_partition& part)
 
 json to_json(const load& wanted)
 {
-    json one{{"clients", wanted.clients},      {"blocks", wanted.blocks}, {"rate", wanted.rate},
-             {"reader_time", wanted.reader_s}, {"stall", wanted.stall_s}, {"records", static_cast<int>(wanted.form)},
+    json one{{"clients", wanted.clients},   {"blocks", wanted.blocks},   {"rate", wanted.rate},
+             {"reader_s", wanted.reader_s}, {"stall_s", wanted.stall_s}, {"records", static_cast<int>(wanted.form)},
              {"groups", json::array()}};
     for (const block_group& group : wanted.groups)
         one["groups"].push_back({{"bytes", group.bytes}, {"per_event", group.per_event}});
@@ -49,7 +49,7 @@ json to_json(const sizing& plan, const std::vector<kernel_demand>& kernel)
                       {"set_ncl_slots", plan.set_client_slots},
                       {"set_nblocks", plan.wanted.blocks},
                       {"set_rate", plan.set_rate}};
-    all["event_span"] = plan.event_span_s;
+    all["event_span_s"] = plan.event_span_s;
     all["bytes"] = plan.needs.bytes;
     all["semaphores"] = plan.needs.semaphores;
     all["kernel"] = json::array();

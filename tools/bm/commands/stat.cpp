@@ -1,11 +1,13 @@
 // bm stat: a line a second.
+#include <algorithm>
+
 #include <fmt/format.h>
 
 #include "cli/failure.h"
-#include "cli/interrupt.h"
 #include "cli/output.h"
 #include "commands/commands.h"
 #include "commands/stat_lines.h"
+#include "host/end_signals.h"
 #include "model/sampler.h"
 
 namespace bm {
@@ -13,11 +15,6 @@ namespace {
 
 constexpr int LINES_PER_HEADING = 20;
 constexpr char HEADING[] = "   EVENTS/S        MB/S    OPEN      OLDEST            OUT   DROPS  RECLAIMS\n";
-
-struct stat_options {
-    double seconds = 1;
-    int count = 0;
-};
 
 json to_json(const moment& seen)
 {
@@ -47,48 +44,50 @@ std::string line_of(const moment& seen)
 
 void print_moment(const common_options& common, const moment& seen, int number)
 {
-    if (common.json) return print_document_line(to_json(seen));
+    if (common.json) return print(document_line(to_json(seen)));
     if (number % LINES_PER_HEADING == 0) print(toned(HEADING, tone::strong, common.color));
     print(line_of(seen));
 }
 
-exit_status stat(const common_options& common, const stat_options& options)
-{
-    return print_stat_lines(common, options.seconds, options.count);
-}
-
 } // namespace
 
-exit_status print_stat_lines(const common_options& common, double seconds, int count)
+std::chrono::microseconds pace::until(clock::time_point when)
 {
-    const interrupt_watch watch;
-    sampler samples(common);
+    const auto left = std::chrono::duration_cast<std::chrono::microseconds>(when - clock::now());
+    return std::max(left, std::chrono::microseconds(0));
+}
+
+void declare_pace(CLI::App& app, pace& options)
+{
+    app.add_option("-i,--interval", options.seconds, "seconds between two looks (1)")->check(between(0.05, 3600.0));
+    app.add_option("-n,--count", options.count, "lines, then end; not on a terminal of top (0: until interrupted)")
+        ->check(not_negative());
+}
+
+exit_status print_stat_lines(const common_options& common, const pace& pace)
+{
+    const end_signals ends;
+    sampler samples(common, sampler::detail::sums);
     samples.look(); // rates need a look before
-    double next = interrupt_watch::steady_now();
-    for (int number = 0; count == 0 || number < count; ++number) {
-        if (!interrupt_watch::sleep_until(next += seconds)) break;
+    auto next = pace::clock::now();
+    for (int number = 0; pace.count == 0 || number < pace.count; ++number) {
+        next += pace.step();
+        if (ends.within(pace::until(next)) != 0) break;
         try {
             print_moment(common, samples.look(), number);
         } catch (const failure& gone) {
             if (gone.status() != exit_status::not_found) throw;
             if (!common.json) print("the exchange is gone; waiting for another\n");
         }
-        next = std::max(next, interrupt_watch::steady_now() - seconds); // held up: no burst of lines afterwards
+        next = std::max(next, pace::clock::now() - pace.step()); // held up: no burst of lines afterwards
     }
     return exit_status::fine;
 }
 
 void add_stat(command_line& line)
 {
-    line.add<stat_options>(
-        "stat", "events, bytes, buffers, drops and reclaims, a line a second",
-        [](CLI::App& app, stat_options& options) {
-            app.add_option("-i,--interval", options.seconds, "seconds between two lines (1)")
-                ->check(CLI::Range(0.05, 3600.0));
-            app.add_option("-n,--count", options.count, "lines, then end (0: until interrupted)")
-                ->check(CLI::NonNegativeNumber);
-        },
-        stat);
+    line.add<pace>("stat", "events, bytes, buffers, drops and reclaims, a line a second", declare_pace,
+                   print_stat_lines);
 }
 
 } // namespace bm

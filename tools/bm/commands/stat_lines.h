@@ -3,15 +3,34 @@
 #ifndef ZRK4_TOOL_STAT_LINES_H
 #define ZRK4_TOOL_STAT_LINES_H
 
+#include <chrono>
+
+#include <CLI/CLI.hpp>
+
 #include "cli/exit_status.h"
 #include "cli/options.h"
 
 namespace bm {
 
-/// @param seconds  between two lines
-/// @param count    lines, 0: until interrupted
+/// When to look, and how often.
+struct pace {
+    using clock = std::chrono::steady_clock;
+
+    double seconds = 1; ///< between two looks
+    int count = 0;      ///< lines, 0: until interrupted
+
+    clock::duration step() const
+    {
+        return std::chrono::duration_cast<clock::duration>(std::chrono::duration<double>(seconds));
+    }
+    /// From now; 0 when it is past.
+    static std::chrono::microseconds until(clock::time_point when);
+};
+
+void declare_pace(CLI::App& app, pace& options);
+
 /// @throws failure when there is no exchange at the start
-exit_status print_stat_lines(const common_options& common, double seconds, int count);
+exit_status print_stat_lines(const common_options& common, const pace& pace);
 
 } // namespace bm
 

@@ -170,11 +170,11 @@ void add_watch(command_line& line)
         [](CLI::App& app, watch_options& options) {
             declare_member(app, options.member);
             app.add_option("TYPE", options.type, "event type: a number or a name, as NORMAL")->required();
-            app.add_option("-n,--events", options.events, "end after so many events")->check(CLI::PositiveNumber);
+            app.add_option("-n,--events", options.events, "end after so many events")->check(above_zero());
             app.add_option("--mask", options.mask, "trigger mask: events that share a bit with it (-1)");
             app.add_option("--ratio", options.ratio_s,
                            "take an event that the mask misses after so long; 0: every one (0)")
-                ->check(CLI::Range(0.0, 1e6))
+                ->check(between(0.0, 1e6))
                 ->type_name("SECONDS");
             app.add_option("--blocks", options.blocks, "names of the blocks it waits for (all)")
                 ->delimiter(',')
@@ -183,8 +183,8 @@ void add_watch(command_line& line)
             app.add_option("--values", options.shown, "how the data of a channel are read (f64)")
                 ->check(CLI::IsMember({"f64", "f32", "i32", "i16", "hex"}))
                 ->type_name("f64|f32|i32|i16|hex");
-            app.add_option("--most", options.most, "values of each channel (4)")->check(CLI::Range(0, 1'000'000));
-            app.add_option("--seconds", options.seconds, "end after this time")->check(CLI::PositiveNumber);
+            app.add_option("--most", options.most, "values of each channel (4)")->check(between(0, 1'000'000));
+            app.add_option("--seconds", options.seconds, "end after this time")->check(above_zero());
         },
         run);
 }

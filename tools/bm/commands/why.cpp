@@ -84,7 +84,7 @@ void add_why(command_line& line)
     line.add<why_options>(
         "why", "why an event is still there, in sentences",
         [](CLI::App& app, why_options& options) {
-            app.add_option("event", options.which, "a slot's number, a key (seconds:microseconds) or an event id")
+            app.add_option("EVENT", options.which, "a slot's number, a key (seconds:microseconds) or an event id")
                 ->type_name("SLOT|KEY")
                 ->required();
         },

@@ -14,8 +14,8 @@
 #include "cli/progress.h"
 #include "commands/commands.h"
 #include "commands/load_options.h"
+#include "commands/load_run.h"
 #include "host/end_signals.h"
-#include "host/member.h"
 #include "model/load_mark.h"
 #include "sb_write.h"
 
@@ -25,12 +25,10 @@ namespace {
 using clock = std::chrono::system_clock;
 using std::chrono::microseconds;
 
-struct write_options {
-    member_options member;
-    std::string type = "NORMAL", name = "LOAD", size = "4k", partition;
+struct write_options : load_run {
+    std::string name = "LOAD", size = "4k", partition;
     int blocks = 1, buffers = 64;
-    double rate = 10, seconds = 0, patience = 10;
-    int64_t count = 0;
+    double rate = 10, patience = 10;
 };
 
 constexpr size_t HEADS = sizeof(zrk4_serv_block_head_2024) + sizeof(zrk4_serv_block_subhead_2010) + sizeof(load_mark);
@@ -222,7 +220,7 @@ json to_json(const balance& all)
     one["waits"] = all.waits;
     one["out"] = all.out;
     one["starved"] = all.starved;
-    one["seconds"] = all.seconds;
+    one["span_s"] = all.seconds;
     one["balanced"] = all.right();
     return one;
 }
@@ -247,13 +245,7 @@ exit_status run(const common_options& common, const write_options& options)
     const operator_output out;
     generator source(common, options);
     const balance all = source.run(ends);
-    if (common.json) {
-        out.print_line(to_json(all));
-    } else {
-        out.print(text_of(all));
-    }
-    if (all.right()) return exit_status::fine;
-    return all.starved ? exit_status::timed_out : exit_status::attention;
+    return tell(all, all.starved, common, out);
 }
 
 } // namespace
@@ -263,21 +255,18 @@ void add_write(command_line& line)
     line.add<write_options>(
         "write", "writes blocks of a given size, rate and count, and takes stock",
         [](CLI::App& app, write_options& options) {
-            declare_member(app, options.member);
-            app.add_option("--type", options.type, "event type (NORMAL)");
+            declare_run(app, options);
             app.add_option("--name", options.name, "name of the block; of several with .1, .2 behind it (LOAD)");
-            app.add_option("--blocks", options.blocks, "blocks of each event (1)")->check(CLI::Range(1, 10000));
+            app.add_option("--blocks", options.blocks, "blocks of each event (1)")->check(between(1, 10000));
             app.add_option("--size", options.size, "bytes of each block (4k)")->type_name("BYTES");
             app.add_option("--rate", options.rate, "events per second (10)")
-                ->check(CLI::Range(0.001, 1e6))
+                ->check(between(0.001, 1e6))
                 ->type_name("HZ");
-            app.add_option("--count", options.count, "end after so many events")->check(CLI::PositiveNumber);
-            app.add_option("--seconds", options.seconds, "end after this time")->check(CLI::PositiveNumber);
-            app.add_option("--buffers", options.buffers, "buffers of its partition (64)")->check(CLI::Range(1, 32767));
+            app.add_option("--buffers", options.buffers, "buffers of its partition (64)")->check(between(1, 32767));
             app.add_option("--partition", options.partition, "name of its partition (BM_LOAD.NAME)");
             app.add_option("--patience", options.patience,
                            "how long it waits for a buffer, and for all at the end (10)")
-                ->check(CLI::Range(0.0, 86400.0))
+                ->check(between(0.0, 86400.0))
                 ->type_name("SECONDS");
         },
         run);

@@ -96,12 +96,25 @@ class slot_look {
 
 client_slots::client_slots(const partition& part, const read_only_segment& mapped, depth how)
 {
+    read(part, mapped, how, [](int) { return true; });
+}
+
+client_slots::client_slots(const partition& part, const read_only_segment& mapped, const std::vector<bool>& wanted)
+{
+    read(part, mapped, depth::whole,
+         [&](int slot) { return static_cast<size_t>(slot) < wanted.size() && wanted[static_cast<size_t>(slot)]; });
+}
+
+template <class Wanted>
+void client_slots::read(const partition& part, const read_only_segment& mapped, depth how, Wanted is_wanted)
+{
     if (const auto at = part.offset(0); at && part.length() >= static_cast<int>(sizeof control_))
         mapped.copy(*at, control_);
     number_.assign(static_cast<size_t>(part.buffers()), -1);
     slot_look look(part, mapped, how);
     for (int slot = 1; slot < part.buffers(); ++slot) {
-        if (part.descriptor(slot).queued()) continue;
+        part.read_ahead(slot, mapped);
+        if (!is_wanted(slot) || part.descriptor(slot).queued()) continue;
         std::optional<client> one = look.take(slot);
         if (!one) continue;
         number_[static_cast<size_t>(slot)] = static_cast<int32_t>(all_.size());

@@ -34,7 +34,8 @@ struct client {
 
 /// How much of a slot is read.
 enum class depth {
-    heads, ///< no names, no entries: for commands that look again and again
+    heads, ///< no names, no entries, of events that change no clients either: for commands that look again and again
+    rows,  ///< no names, no entries
     whole
 };
 
@@ -43,6 +44,8 @@ class client_slots {
     client_slots() = default;
     /// Reads every slot that is handed out.
     client_slots(const partition& part, const read_only_segment& mapped, depth how = depth::whole);
+    /// Those of these numbers alone: every page of the others costs more than all that is read of it.
+    client_slots(const partition& part, const read_only_segment& mapped, const std::vector<bool>& wanted);
 
     const std::vector<client>& all() const { return all_; }
     /// Null when the slot is free or does not exist.
@@ -50,6 +53,9 @@ class client_slots {
     const zrk4_client_ctrl_block& control() const { return control_; }
 
   private:
+    template <class Wanted>
+    void read(const partition& part, const read_only_segment& mapped, depth how, Wanted is_wanted);
+
     zrk4_client_ctrl_block control_{};
     std::vector<client> all_;     // by slot
     std::vector<int32_t> number_; // of each slot's client in all_, -1 for a free one

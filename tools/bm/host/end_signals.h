@@ -4,34 +4,24 @@
 #define ZRK4_TOOL_END_SIGNALS_H
 
 #include <chrono>
-#include <csignal>
-#include <ctime>
-
-#include <pthread.h>
 
 namespace bm {
 
 /// Make it before the first thread: all threads inherit that these signals are blocked.
 class end_signals {
   public:
-    end_signals()
-    {
-        sigemptyset(&set_);
-        sigaddset(&set_, SIGINT);
-        sigaddset(&set_, SIGTERM);
-        pthread_sigmask(SIG_BLOCK, &set_, nullptr);
-    }
+    end_signals();
+    ~end_signals();
+    end_signals(const end_signals&) = delete;
+    end_signals& operator=(const end_signals&) = delete;
+
     /// Waits for one. @return its number, 0 when none came in time.
-    int within(std::chrono::microseconds time) const
-    {
-        const timespec limit{static_cast<time_t>(time.count() / 1'000'000),
-                             static_cast<long>(time.count() % 1'000'000) * 1000};
-        const int signal = sigtimedwait(&set_, nullptr, &limit);
-        return signal > 0 ? signal : 0;
-    }
+    int within(std::chrono::microseconds time) const;
+    /// The same; returns early, with 0, when there is something to read at `input`, or another signal was handled.
+    int within(std::chrono::microseconds time, int input) const;
 
   private:
-    sigset_t set_;
+    int fd_;
 };
 
 } // namespace bm

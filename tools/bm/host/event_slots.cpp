@@ -8,6 +8,7 @@
 #include "cli/failure.h"
 #include "host/clock.h"
 #include "host/names.h"
+#include "host/records_shown.h"
 #include "slot_form.h"
 
 namespace bm {
@@ -28,12 +29,14 @@ template <class Form> class slots_look {
 
     void take(std::vector<event>& all, std::vector<event>& past)
     {
+        all.reserve(static_cast<size_t>(part_.out()));
         for (int slot = 1; slot < part_.buffers(); ++slot) {
+            part_.read_ahead(slot, mapped_);
             const bool out = !part_.descriptor(slot).queued();
             const entry_t now = entry(slot);
             if (out || now.status == EVT_C_USED) {
                 all.push_back(look_at(slot, out));
-            } else if (how_ == depth::heads && now.key.timeup != 0) { // it was in use once: its page is there
+            } else if (how_ != depth::whole && now.key.timeup != 0) { // it was in use once: its page is there
                 past.push_back(look_at(slot, out));
             }
         }
@@ -102,11 +105,12 @@ template <class Form> class slots_look {
     void read_body(event& one, uint64_t at, int room)
     {
         constexpr int CLIENT = sizeof(zrk4_client_block), ENTRY = sizeof(zrk4_client_sblock_data);
+        if (how_ == depth::heads && idle_seconds(one, now_) < STILL_S) return;
         const int clients = std::clamp(one.clients_said, 0, room / CLIENT);
         one.clients.resize(static_cast<size_t>(clients));
         if (clients > 0) mapped_.copy(at, one.clients.data(), one.clients.size() * CLIENT);
         at += one.clients.size() * CLIENT;
-        if (how_ == depth::heads) return;
+        if (how_ != depth::whole) return;
         const int entries = std::clamp(one.filled_said, 0, (room - clients * CLIENT) / ENTRY);
         one.entries.reserve(static_cast<size_t>(entries));
         for (int i = 0; i < entries; ++i, at += ENTRY) {
@@ -121,6 +125,7 @@ template <class Form> class slots_look {
     const partition& part_;
     const read_only_segment& mapped_;
     depth how_;
+    const int64_t now_ = micros_now();
     std::optional<uint64_t> table_; // where it begins
     int covered_ = 0;               // slots 1 to covered_ have an entry
 };
@@ -131,36 +136,7 @@ const char* word_of(records form) { return form == records::of_2024 ? "2024" : "
 
 std::string event::key_text() const { return fmt::format("{}:{:06}", +key.timeup, +key.timelow); }
 
-namespace {
-
-// The table tells, too: an entry of 2010 begins with its status, one of 2024 with the seconds of its key. Slot 1 is the
-// first that is ever taken.
-std::optional<records> records_of_table(const partition& part, const read_only_segment& mapped)
-{
-    struct BM_PACKED {
-        uint32_t first, second;
-    } entry{};
-    const std::optional<uint64_t> at = part.offset(0);
-    if (!at || part.length() < static_cast<int>(sizeof entry) || !mapped.copy(*at, entry)) return {};
-    if (entry.first > EVT_C_INVALID) return records::of_2024;
-    return entry.second != 0 ? std::optional(records::of_2010) : std::nullopt;
-}
-
-} // namespace
-
-std::optional<records> shown_records(const partition& part, const read_only_segment& mapped)
-{
-    for (int slot = 1; slot < part.buffers(); ++slot) {
-        if (part.descriptor(slot).queued()) continue;
-        const std::optional<uint64_t> at = part.offset(slot);
-        uint64_t first = 0;
-        if (!at || part.length() < static_cast<int>(sizeof first)) continue;
-        mapped.copy(*at, first);
-        // A 2010 head begins with a time; one that is not written yet is zero.
-        if (first != 0) return first == EV_SLOT_PATTERN_2024 ? records::of_2024 : records::of_2010;
-    }
-    return records_of_table(part, mapped);
-}
+double idle_seconds(const event& one, int64_t now) { return seconds_between(std::max(one.start, one.update), now); }
 
 event_slots::event_slots(const partition& part, const read_only_segment& mapped, std::optional<records> form, depth how)
     : slots_(std::max(0, part.buffers() - 1))
@@ -173,7 +149,8 @@ event_slots::event_slots(const partition& part, const read_only_segment& mapped,
             .needed(fmt::format("records of {}, as --records says", word_of(*form)))
             .help(fmt::format("the same command with --records {}", word_of(*shown)));
     }
-    form_ = form.value_or(shown.value_or(records::of_2010));
+    if (!form) form = shown ? shown : likely_records(part, mapped);
+    form_ = form.value_or(records::of_2010);
     if (form_ == records::of_2024) {
         slots_look<zrk4::impl::slots_2024>(part, mapped, how).take(all_, past_);
     } else {

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "BM_int.h"
@@ -56,6 +57,12 @@ struct event {
     std::string key_text() const;
 };
 
+/// The monitor frees an event after some 5 seconds without a change; one that was this still may be freed by it.
+inline constexpr double STILL_S = 4.5;
+
+/// Seconds since anything about the event changed.
+double idle_seconds(const event& one, int64_t now);
+
 class event_slots {
   public:
     event_slots() = default;
@@ -66,8 +73,10 @@ class event_slots {
                 depth how = depth::whole);
 
     const std::vector<event>& all() const { return all_; }
+    /// The same, given away.
+    std::vector<event> take() && { return std::move(all_); }
     const event* at(int slot) const;
-    /// Heads of events that are over, in slots that nobody has taken since; with depth::heads only.
+    /// Heads of events that are over, in slots that nobody has taken since; not with depth::whole.
     const std::vector<event>& past() const { return past_; }
     /// Slots that the partition has.
     int slots() const { return slots_; }
@@ -79,9 +88,6 @@ class event_slots {
     int slots_ = 0;
     records form_ = records::of_2010;
 };
-
-/// Generation that the slots in use show, or else the control table; empty when no slot was ever in use.
-std::optional<records> shown_records(const partition& part, const read_only_segment& mapped);
 
 } // namespace bm
 

@@ -9,9 +9,12 @@
 
 namespace bm {
 
+/// Whole text of a file, of /proc too; empty when it cannot be read.
+std::optional<std::string> file_text(const char* path);
+
 /// Where `path` lies: under BM_HOST_ROOT when the environment has it, as a test that stages a host does.
 std::string host_path(const std::string& path);
-/// Its whole text; empty when it cannot be read.
+/// The text of what lies there.
 std::optional<std::string> host_file(const std::string& path);
 /// The names in a directory, sorted; none when it cannot be read.
 std::vector<std::string> host_directory(const std::string& path);

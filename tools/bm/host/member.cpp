@@ -106,9 +106,6 @@ void operator_output::print(std::string_view text) const
     std::fflush(out_);
 }
 
-void operator_output::print_line(const json& document) const
-{
-    print(document.dump(-1, ' ', false, json::error_handler_t::replace) + "\n");
-}
+void operator_output::print_line(const json& document) const { print(document_line(document)); }
 
 } // namespace bm

@@ -4,11 +4,11 @@
 #include <cstring>
 
 #include <fmt/format.h>
-#include <sys/sem.h>
 #include <unistd.h>
 
 #include "geometry.h"
 #include "queue_look.h"
+#include "raw_partition.h"
 
 namespace bm {
 
@@ -17,14 +17,6 @@ namespace {
 constexpr int LOOKS = 5;
 /// No host needs more; a header that says so would have us copy a gigabyte of what may be anything.
 constexpr int64_t MOST_BUFFERS = int64_t{1} << 20;
-
-long semaphores_in(int id)
-{
-    semid_ds info{};
-    semun argument{};
-    argument.buf = &info;
-    return semctl(id, 0, IPC_STAT, argument) == 0 ? static_cast<long>(info.sem_nsems) : -1;
-}
 
 } // namespace
 
@@ -45,7 +37,7 @@ class partition_look {
         into_.table_.resize(table_bytes());
         for (int look = 0; look < LOOKS && !copy_once(); ++look) {}
         // Its modes or its users may have changed meanwhile; another partition it cannot have become.
-        into_.semaphores = semaphores_in(control.gbl_semid);
+        into_.semaphores = zrk4::impl::members_of(control.gbl_semid);
     }
 
   private:

@@ -46,6 +46,12 @@ struct partition {
     const C_shm_global& records() const { return *reinterpret_cast<const C_shm_global*>(table_.data()); }
     /// Where buffer `i` begins in its segment; empty when it would not lie in it.
     std::optional<uint64_t> offset(int i) const;
+    /// Of a walk over all buffers that is at `i`: some buffers on will be read soon.
+    void read_ahead(int i, const read_only_segment& mapped) const
+    {
+        constexpr int AHEAD = 8;
+        if (const auto at = offset(i + AHEAD)) mapped.read_ahead(*at);
+    }
 
   private:
     friend partition look_at(const segment& where, const read_only_segment& mapped);

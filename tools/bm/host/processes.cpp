@@ -55,18 +55,20 @@ std::string process::text() const
     return state == life::alive ? fmt::format("{}{}", pid, name) : fmt::format("{}{} ({})", pid, name, word_of(state));
 }
 
-process processes::look(pid_t pid) const
+process processes::ask(pid_t pid)
 {
     process one;
     one.pid = pid;
-    if (pid <= 0) return one;
-    if (kill(pid, 0) != 0 && errno != EPERM) return one;
-    one.state = life::alive;
+    if (pid > 0 && (kill(pid, 0) == 0 || errno == EPERM)) one.state = life::alive;
+    return one;
+}
+
+process processes::look(pid_t pid) const
+{
+    process one = ask(pid);
+    if (one.state == life::dead) return one;
     const auto seen = zrk4::impl::stat_of(pid);
-    if (!seen) {
-        if (kill(pid, 0) != 0 && errno != EPERM) one.state = life::dead; // it ended between the two looks
-        return one;
-    }
+    if (!seen) return ask(pid); // it may have ended between the two looks
     one.command = seen->command;
     one.began = zrk4::impl::start_of(*seen);
     one.state = life_of(*seen);
@@ -81,6 +83,12 @@ const process& processes::of(pid_t pid)
 {
     const auto known = known_.find(pid);
     return known != known_.end() ? known->second : known_.emplace(pid, look(pid)).first->second;
+}
+
+const process& processes::asked(pid_t pid)
+{
+    const auto known = asked_.find(pid);
+    return known != asked_.end() ? known->second : asked_.emplace(pid, ask(pid)).first->second;
 }
 
 process processes::owner_of(pid_t pid, int64_t when)

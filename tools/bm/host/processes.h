@@ -40,16 +40,17 @@ class processes {
     explicit processes(uid_t owner) : owner_(owner) {}
 
     const process& of(pid_t pid);
+    /// Alive or dead, as kill(pid, 0) answers; nothing else is looked for.
+    const process& asked(pid_t pid);
     /// The same, `younger` where it began after `when` (microseconds since the epoch, 0: not known).
     process owner_of(pid_t pid, int64_t when);
-    /// Forgets the answers: what follows is of another moment.
-    void forget() { known_.clear(); }
 
   private:
+    static process ask(pid_t pid);
     process look(pid_t pid) const;
 
     uid_t owner_;
-    std::unordered_map<pid_t, process> known_;
+    std::unordered_map<pid_t, process> known_, asked_;
 };
 
 } // namespace bm

@@ -3,6 +3,7 @@
 #ifndef ZRK4_TOOL_READ_ONLY_SEGMENT_H
 #define ZRK4_TOOL_READ_ONLY_SEGMENT_H
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <type_traits>
@@ -34,6 +35,13 @@ class read_only_segment {
         if (at_ == nullptr || offset > bytes_ || count > bytes_ - offset) return false;
         zrk4::impl::copy_unlocked(to, at_ + offset, count);
         return true;
+    }
+    /// Says that what lies there will be read soon: a look at thousands of slots is a wait for each of them.
+    void read_ahead(uint64_t offset) const
+    {
+        if (at_ == nullptr || offset >= bytes_) return;
+        __builtin_prefetch(at_ + offset);
+        __builtin_prefetch(at_ + std::min(offset + 64, bytes_ - 1));
     }
     template <class Record> bool copy(uint64_t offset, Record& to) const
     {

@@ -1,39 +1,55 @@
 #include "host/records_shown.h"
 
-#include <chrono>
-
-#include "bm_check.h"
-#include "host/partition.h"
+#include "BM_int.h"
 
 namespace bm {
 namespace {
 
-/// One glance at the slots; nothing is watched or waited for.
-bool slots_in_use_refuse(const std::string& events, records form)
+// The table tells, too: an entry of 2010 begins with its status, one of 2024 with the seconds of its key. Slot 1 is the
+// first that is ever taken.
+std::optional<records> records_of_table(const partition& part, const read_only_segment& mapped)
 {
-    bm_check_request glance;
-    glance.events = events;
-    glance.records_2024 = form == records::of_2024;
-    glance.observe = std::chrono::milliseconds(0);
-    for (const bm_checked_partition& p : bm_check_partition(events.c_str(), glance).partitions) {
-        if (p.name == events && p.state == bm_check_state::other_records) return true;
-    }
-    return false;
+    struct BM_PACKED {
+        uint32_t first, second;
+    } entry{};
+    const std::optional<uint64_t> at = part.offset(0);
+    if (!at || part.length() < static_cast<int>(sizeof entry) || !mapped.copy(*at, entry)) return {};
+    if (entry.first > EVT_C_INVALID) return records::of_2024;
+    return entry.second != 0 ? std::optional(records::of_2010) : std::nullopt;
 }
 
 } // namespace
 
+std::optional<records> shown_records(const partition& part, const read_only_segment& mapped)
+{
+    bool in_use = false;
+    for (int slot = 1; slot < part.buffers(); ++slot) {
+        if (part.descriptor(slot).queued()) continue;
+        const std::optional<uint64_t> at = part.offset(slot);
+        uint64_t first = 0;
+        if (!at || part.length() < static_cast<int>(sizeof first)) continue;
+        mapped.copy(*at, first);
+        if (first == EV_SLOT_PATTERN_2024) return records::of_2024;
+        in_use |= first != 0; // a 2010 head begins with a time; one that is not written yet is zero
+    }
+    return in_use ? std::optional(records::of_2010) : records_of_table(part, mapped);
+}
+
 // A master makes slots of a multiple of 8 bytes for the records of 2024, and of 4 more for those of 2010.
+std::optional<records> likely_records(const partition& part, const read_only_segment& mapped)
+{
+    if (const auto shown = shown_records(part, mapped)) return shown;
+    if (part.length() % 8 == 0) return records::of_2024;
+    if (part.length() % 8 == 4) return records::of_2010;
+    return {};
+}
+
 std::optional<records> records_of(const common_options& common)
 {
     if (common.form) return common.form;
-    if (slots_in_use_refuse(common.events, records::of_2010)) return records::of_2024;
-    if (slots_in_use_refuse(common.events, records::of_2024)) return records::of_2010;
     for (const partition& each : partitions_of_host()) {
-        if (each.name != common.events || each.state != partition_state::sound) continue;
-        if (each.length() % 8 == 0) return records::of_2024;
-        if (each.length() % 8 == 4) return records::of_2010;
-        break;
+        if (each.name == common.events && each.state == partition_state::sound)
+            return likely_records(each, read_only_segment(each.where.id));
     }
     return {};
 }

@@ -8,7 +8,7 @@
 
 #include "C_shm_int.h"
 #include "cli/failure.h"
-#include "host/small_file.h"
+#include "host/host_files.h"
 
 namespace bm {
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "host/small_file.h"
+#include "host/host_files.h"
 
 namespace bm {
 namespace {
@@ -67,7 +67,7 @@ udp_sockets parse_udp_sockets(std::string_view text)
 
 std::optional<udp_sockets> udp_sockets_now()
 {
-    const std::optional<std::string> text = file_text("/proc/net/udp");
+    const std::optional<std::string> text = host_file("/proc/net/udp");
     if (!text) return {};
     return parse_udp_sockets(*text);
 }

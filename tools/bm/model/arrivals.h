@@ -18,7 +18,6 @@ class arrivals {
         if (count_ == 0) next_ = first_ = number;
         if (number < first_) {
             first_ = number;
-            ++early_;
             ++count_;
             return;
         }
@@ -36,7 +35,7 @@ class arrivals {
     int64_t lost() const { return count_ == 0 ? 0 : last_ + 1 - next_ - static_cast<int64_t>(ahead_.size()); }
 
   private:
-    int64_t first_ = 0, next_ = 0, last_ = 0, count_ = 0, repeated_ = 0, early_ = 0;
+    int64_t first_ = 0, next_ = 0, last_ = 0, count_ = 0, repeated_ = 0;
     std::set<int64_t> ahead_; // beyond a gap
 };
 

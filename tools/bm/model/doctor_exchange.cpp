@@ -1,8 +1,6 @@
 // The lines about what lies in the partitions, and who has them.
 #include <algorithm>
-#include <cstdlib>
-#include <cstring>
-#include <map>
+#include <optional>
 #include <set>
 #include <sstream>
 
@@ -12,7 +10,9 @@
 #include "BM_int.h"
 #include "cli/output.h"
 #include "host/attached.h"
+#include "host/client_slots.h"
 #include "host/host_files.h"
+#include "host/udp_sockets.h"
 #include "model/doctor.h"
 
 namespace bm {
@@ -113,23 +113,13 @@ doctor_line users_line(const partition& clients, const std::vector<attached_proc
     return line;
 }
 
-struct reader {
-    pid_t pid;
-    int port;
-};
+using readers = std::vector<client>;
 
-std::vector<reader> readers_in(const partition& clients)
+readers readers_in(const partition& clients)
 {
-    std::vector<reader> all;
-    const read_only_segment mapped(clients.where.id);
-    for (int i = 1; i < clients.buffers(); ++i) {
-        const auto at = clients.offset(i);
-        if (clients.descriptor(i).queued() || !at) continue;
-        zrk4_client_slot_head head{};
-        zrk4_client_reader record{};
-        if (mapped.copy(*at, head) && mapped.copy(*at + sizeof head, record) && head.cltype == CLI_T_READER)
-            all.push_back({head.pid, record.qid});
-    }
+    const client_slots slots(clients, read_only_segment(clients.where.id), depth::heads);
+    readers all = slots.all();
+    std::erase_if(all, [](const client& each) { return !each.reads(); });
     return all;
 }
 
@@ -151,7 +141,7 @@ int library_threads(pid_t pid)
 }
 
 /// Nothing in the partitions names the master: it is told by its thread. A reader has one like it.
-doctor_line masters_line(const std::vector<attached_process>& users, const std::vector<reader>& readers, bool all_seen)
+doctor_line masters_line(const std::vector<attached_process>& users, const readers& all, bool all_seen)
 {
     doctor_line line{"one master",
                      fitness::good,
@@ -162,7 +152,7 @@ doctor_line masters_line(const std::vector<attached_process>& users, const std::
     int masters = 0;
     for (const attached_process& each : users) {
         const bool reads =
-            std::any_of(readers.begin(), readers.end(), [&](const reader& r) { return r.pid == each.pid; });
+            std::any_of(all.begin(), all.end(), [&](const client& reader) { return reader.pid == each.pid; });
         if (library_threads(each.pid) <= (reads ? 1 : 0)) continue;
         ++masters;
         line.found += fmt::format("{}{} {}", line.found.empty() ? "" : ", ", each.pid, printable(each.command));
@@ -174,39 +164,26 @@ doctor_line masters_line(const std::vector<attached_process>& users, const std::
     return line;
 }
 
-/// Drops of the sockets of these ports, as the kernel's table has them.
-std::map<int, uint64_t> drops_by_port()
-{
-    std::map<int, uint64_t> all;
-    std::istringstream lines(host_file("/proc/net/udp").value_or(""));
-    for (std::string line; std::getline(lines, line);) {
-        std::istringstream fields(line);
-        std::string number, local, skipped;
-        if (!(fields >> number >> local)) continue;
-        const size_t colon = local.find(':');
-        if (colon == std::string::npos) continue;
-        uint64_t drops = 0;
-        for (int field = 2; field < 12; ++field) fields >> skipped;
-        if (fields >> drops) all[static_cast<int>(std::strtol(local.c_str() + colon + 1, nullptr, 16))] += drops;
-    }
-    return all;
-}
-
-doctor_line drops_line(const std::vector<reader>& readers)
+doctor_line drops_line(const readers& all)
 {
     doctor_line line{"lost notifications",
                      fitness::good,
-                     fmt::format("0, of {} readers", readers.size()),
+                     fmt::format("0, of {} readers", all.size()),
                      "0",
                      "an event whose notification is lost never reaches its reader",
                      ""};
-    const std::map<int, uint64_t> drops = drops_by_port();
+    const std::optional<udp_sockets> sockets = udp_sockets_now();
+    if (!sockets) {
+        line.how = fitness::unknown;
+        line.found = "the kernel's table of sockets cannot be read";
+        return line;
+    }
     std::set<int> ports;
     uint64_t lost = 0;
-    for (const reader& each : readers) {
-        const auto at = drops.find(each.port);
-        if (at == drops.end() || at->second == 0 || !ports.insert(each.port).second) continue;
-        lost += at->second;
+    for (const client& each : all) {
+        const auto at = sockets->find(each.port);
+        if (at == sockets->end() || at->second.drops == 0 || !ports.insert(each.port).second) continue;
+        lost += at->second.drops;
         line.mend = fmt::format("sysctl -w net.core.rmem_max=8388608; then start process {} again", each.pid);
     }
     if (lost == 0) return line;
@@ -237,8 +214,8 @@ doctor_lines exchange_lines(const std::vector<partition>& all, const common_opti
     if (clients == nullptr || events == nullptr) return {};
     const std::vector<attached_process> users = attached_to({clients->where.id});
     const bool all_seen = clients->where.attached <= static_cast<long>(users.size());
-    const std::vector<reader> readers = readers_in(*clients);
-    return {users_line(*clients, users), masters_line(users, readers, all_seen), drops_line(readers)};
+    const readers all_readers = readers_in(*clients);
+    return {users_line(*clients, users), masters_line(users, all_readers, all_seen), drops_line(all_readers)};
 }
 
 } // namespace bm

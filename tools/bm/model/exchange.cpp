@@ -1,6 +1,8 @@
 #include "model/exchange.h"
 
 #include <algorithm>
+#include <array>
+#include <charconv>
 #include <functional>
 
 #include <fmt/format.h>
@@ -13,21 +15,39 @@ namespace bm {
 exchange look_at_clients(const common_options& options)
 {
     exchange seen;
-    const named_partition part = find_partition(options.clients);
-    seen.clients_part = part.seen;
+    named_partition part = find_partition(options.clients);
     seen.clients = client_slots(part.seen, *part.mapped);
+    seen.clients_part = std::move(part.seen);
     seen.now = micros_now();
     return seen;
 }
 
+namespace {
+
+std::vector<bool> mentioned(const event_slots& events, int slots)
+{
+    std::vector<bool> all(static_cast<size_t>(slots));
+    for (const event& one : events.all()) {
+        for (const zrk4_client_block& block : one.clients) {
+            if (block.snum >= 0 && block.snum < slots) all[static_cast<size_t>(+block.snum)] = true;
+        }
+    }
+    return all;
+}
+
+} // namespace
+
 exchange look_at_exchange(const common_options& options)
 {
     // Events first: a client that comes later is in none of them, one that goes is missed by its number alone.
-    const named_partition events = find_partition(options.events);
-    event_slots slots(events.seen, *events.mapped, options.form);
-    exchange seen = look_at_clients(options);
-    seen.events_part = events.seen;
-    seen.events = std::move(slots);
+    exchange seen;
+    named_partition events = find_partition(options.events);
+    seen.events = event_slots(events.seen, *events.mapped, options.form);
+    seen.events_part = std::move(events.seen);
+    named_partition clients = find_partition(options.clients);
+    seen.clients = client_slots(clients.seen, *clients.mapped, mentioned(seen.events, clients.seen.buffers()));
+    seen.clients_part = std::move(clients.seen);
+    seen.now = micros_now();
     return seen;
 }
 
@@ -84,13 +104,23 @@ int unaccounted(const event& one, const std::vector<debt>& debts)
 {
     int64_t left = int64_t{one.expected} - one.filled_said;
     for (const debt& each : debts) left -= static_cast<int64_t>(each.names.size());
-    return static_cast<int>(std::clamp<int64_t>(left, 0, one.expected));
+    return static_cast<int>(std::clamp<int64_t>(left, 0, std::max(0, one.expected)));
+}
+
+void add_client_label(std::string& text, int slot, const client_slots& clients)
+{
+    const client* one = clients.at(slot);
+    std::array<char, 12> number{};
+    const auto [end, error] = std::to_chars(number.data(), number.data() + number.size(), slot);
+    text += one == nullptr ? '?' : one->reads() ? 'R' : one->writes() ? 'W' : '?';
+    text.append(number.data(), end);
 }
 
 std::string client_label(int slot, const client_slots& clients)
 {
-    const client* one = clients.at(slot);
-    return (one == nullptr ? '?' : one->reads() ? 'R' : one->writes() ? 'W' : '?') + std::to_string(slot);
+    std::string text;
+    add_client_label(text, slot, clients);
+    return text;
 }
 
 const char* progress_word(int32_t status)
@@ -129,7 +159,5 @@ std::string flaw_of(const event& one)
     }
     return "";
 }
-
-double idle_seconds(const event& one, int64_t now) { return seconds_between(std::max(one.start, one.update), now); }
 
 } // namespace bm

@@ -18,7 +18,7 @@ namespace bm {
 /// Both slot partitions with all their slots. Not of one moment: each slot by itself was read without a lock.
 struct exchange {
     partition clients_part, events_part;
-    client_slots clients;
+    client_slots clients; ///< of look_at_exchange(): those that an event has in its list
     event_slots events;
     int64_t now = 0; ///< microseconds since the epoch
 };
@@ -40,6 +40,7 @@ int unaccounted(const event& one, const std::vector<debt>& debts);
 
 /// "R5" or "W3": a client's slot with its role. "?7": the slot is free or holds neither.
 std::string client_label(int slot, const client_slots& clients);
+void add_client_label(std::string& text, int slot, const client_slots& clients);
 /// A client's progress on an event.
 const char* progress_word(int32_t status);
 /// Name of an event type, or its number.
@@ -48,8 +49,6 @@ std::string type_text(int32_t type);
 /// What is wrong with an event slot itself; "" for nothing.
 std::string flaw_of(const event& one);
 
-/// Seconds since anything about the event changed.
-double idle_seconds(const event& one, int64_t now);
 /// The monitor looks twice a second by default: a head it saw unchanged for longer is suspicious to it.
 inline constexpr double SUSPICIOUS_AFTER_S = 5.5;
 

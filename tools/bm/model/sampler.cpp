@@ -1,14 +1,12 @@
 #include "model/sampler.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "host/clock.h"
 
 namespace bm {
 namespace {
-
-/// The monitor frees an event after some 5 seconds without a change; one that was this still is taken for freed by it.
-constexpr double STILL_S = 4.5;
 
 int slot_of(const moving_client& one) { return one.what.slot; }
 int slot_of(const event& one) { return one.slot; }
@@ -61,20 +59,20 @@ void sampler::find()
     clients_ = find_partition(options_.clients);
 }
 
-moment sampler::look()
+const moment& sampler::look()
 {
+    if (now_.now != 0) before_ = std::exchange(now_, {});
     find();
-    moment seen;
-    const event_slots events(events_->seen, *events_->mapped, options_.form, depth::heads);
-    const client_slots clients(clients_->seen, *clients_->mapped, depth::heads);
-    seen.now = micros_now();
-    seen.span_s = before_ ? seconds_between(before_->now, seen.now) : 0;
-    count_clients(seen, clients);
-    count_events(seen, events);
-    count_reclaims(seen, clients);
-    count_buffers(seen);
-    before_ = seen;
-    return seen;
+    const depth how = how_ == detail::rows ? depth::rows : depth::heads;
+    event_slots events(events_->seen, *events_->mapped, options_.form, how);
+    const client_slots clients(clients_->seen, *clients_->mapped, how);
+    now_.now = micros_now();
+    now_.span_s = before_ ? seconds_between(before_->now, now_.now) : 0;
+    count_clients(now_, clients);
+    count_events(now_, std::move(events));
+    count_reclaims(now_, clients);
+    count_buffers(now_);
+    return now_;
 }
 
 // An event counts once for each of its clients: a type's events are those of its busiest client.
@@ -82,8 +80,13 @@ void sampler::count_clients(moment& into, const client_slots& slots)
 {
     const std::optional<udp_sockets> sockets = udp_sockets_now();
     processes known(clients_->seen.where.uid);
+    // What the monitor takes back is told by the monitor's own question.
+    const auto who_is = [&](const client& one) -> process {
+        return how_ == detail::rows ? known.owner_of(one.pid, one.access) : known.asked(one.pid);
+    };
+    into.clients.reserve(slots.all().size());
     for (const client& one : slots.all()) {
-        moving_client moving{one, known.owner_of(one.pid, one.access), 0, {}, 0};
+        moving_client moving{one, who_is(one), 0, {}, 0};
         const moving_client* then = same_client(before_, one);
         if (then != nullptr && into.span_s > 0) {
             moving.rate = (static_cast<uint32_t>(one.events) - static_cast<uint32_t>(then->what.events)) / into.span_s;
@@ -102,7 +105,7 @@ void sampler::count_clients(moment& into, const client_slots& slots)
 
 // Slots keep the heads of events that are over until somebody takes them again: their sizes are known, and where the
 // counters of clients tell less, they do.
-void sampler::count_events(moment& into, const event_slots& slots) const
+void sampler::count_events(moment& into, event_slots slots) const
 {
     struct begun {
         int count = 0;
@@ -122,9 +125,9 @@ void sampler::count_events(moment& into, const event_slots& slots) const
         add(one, false);
         into.oldest_s = std::max(into.oldest_s, seconds_between(one.start, into.now));
     }
-    into.events = slots.all();
-    into.open = static_cast<int>(into.events.size());
     into.slots = slots.slots();
+    into.events = std::move(slots).take();
+    into.open = static_cast<int>(into.events.size());
     for (const auto& [type, seen] : since) {
         double& rate = into.rate_of_type[type];
         if (into.span_s > 0) rate = std::max(rate, seen.count / into.span_s);
@@ -150,9 +153,10 @@ void sampler::count_reclaims(moment& into, const client_slots& clients) const
 
 void sampler::count_buffers(moment& into) const
 {
-    for (partition& part : partitions_of_host()) {
-        const bool slots = part.where.id == clients_->seen.where.id || part.where.id == events_->seen.where.id;
-        if (part.state != partition_state::sound || slots) continue;
+    for (const segment& each : segments_of_partitions()) {
+        if (each.id == clients_->seen.where.id || each.id == events_->seen.where.id) continue;
+        partition part = look_at(each);
+        if (part.state != partition_state::sound) continue;
         into.out += part.out();
         into.buffers += part.buffers();
         into.data.push_back(std::move(part));

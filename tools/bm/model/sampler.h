@@ -46,21 +46,28 @@ struct moment {
 /// Keeps the two slot partitions mapped between its looks. Takes no lock and asks for no semaphore.
 class sampler {
   public:
-    explicit sampler(common_options options) : options_(std::move(options)) {}
+    enum class detail {
+        sums, ///< of clients only whether they live, of events only what the sums are made of
+        rows
+    };
+    sampler(common_options options, detail how) : options_(std::move(options)), how_(how) {}
 
+    /// Valid until the next look.
     /// @throws failure while there is no exchange; the next call looks for one again
-    moment look();
+    const moment& look();
 
   private:
     void find();
-    void count_events(moment& into, const event_slots& slots) const;
+    void count_events(moment& into, event_slots slots) const;
     void count_clients(moment& into, const client_slots& slots);
     void count_reclaims(moment& into, const client_slots& clients) const;
     void count_buffers(moment& into) const;
 
     common_options options_;
+    detail how_;
     std::optional<named_partition> clients_, events_;
     std::optional<moment> before_;
+    moment now_;
 };
 
 } // namespace bm

@@ -16,6 +16,21 @@ using namespace zrk4::test;
 
 class Rm : public CleanNamespace {};
 
+/// A process that has T_DATA as long as it lives; killed with the object.
+class user_of_data {
+  public:
+    user_of_data() { made_.wait(); }
+    pid_t pid() const { return process_.pid(); }
+
+  private:
+    latch made_;
+    child process_{[this] {
+        const C_shm_buffer part("T_DATA", 3, 100, false);
+        made_.open();
+        pause();
+    }};
+};
+
 TEST_F(Rm, APartitionThatNobodyUsesGoesWithItsSemaphores)
 {
     int id = -1, set = -1;
@@ -35,13 +50,7 @@ TEST_F(Rm, APartitionThatNobodyUsesGoesWithItsSemaphores)
 
 TEST_F(Rm, LiveUsersAreNamedAndKeepIt)
 {
-    latch made;
-    child user([&] {
-        const C_shm_buffer part("T_DATA", 3, 100, false);
-        made.open();
-        pause();
-    });
-    made.wait();
+    const user_of_data user;
     const outcome seen = run_bm({"rm", "T_DATA"});
     EXPECT_EQ(seen.status, 2);
     EXPECT_EQ(seen.err.substr(0, 36), "bm: live processes use \"T_DATA\"\n  se");
@@ -55,14 +64,8 @@ TEST_F(Rm, LiveUsersAreNamedAndKeepIt)
 
 TEST_F(Rm, WhoIsKilledUsesItNoMore)
 {
-    latch made;
     {
-        child user([&] {
-            const C_shm_buffer part("T_DATA", 3, 100, false);
-            made.open();
-            pause();
-        });
-        made.wait();
+        const user_of_data killed;
     }
     const outcome seen = run_bm({"rm", "T_DATA", "--json"});
     EXPECT_EQ(seen.status, 0) << seen.err;

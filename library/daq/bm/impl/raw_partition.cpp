@@ -52,8 +52,6 @@ raw_partition::raw_partition(mapped_segment segment) : segment_(std::move(segmen
     if (condition_ != state::sound) nbuf_ = lbuf_ = 0;
 }
 
-namespace {
-
 long members_of(int semid)
 {
     semid_ds info{};
@@ -61,8 +59,6 @@ long members_of(int semid)
     argument.buf = &info;
     return semctl(semid, 0, IPC_STAT, argument) == 0 ? static_cast<long>(info.sem_nsems) : -1;
 }
-
-} // namespace
 
 bool raw_partition::has_semaphores() const { return members_of(semid()) >= gbl_nsems + (has_locks_ ? nbuf_ : 0); }
 

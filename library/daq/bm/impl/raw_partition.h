@@ -100,6 +100,9 @@ class raw_lock {
     void* told_;
 };
 
+/// Semaphores in a set; -1: there is no such set, or none that may be looked at.
+long members_of(int semid);
+
 /// Number of the semaphore that locks slot `n`.
 inline int lock_of_slot(int n) { return gbl_nsems + n; }
 
