@@ -5,7 +5,7 @@
 set -euo pipefail
 . "$(dirname "$0")/lib.sh"
 
-readonly TARGETS=(blocks entries run_blocks copies datagrams)
+readonly TARGETS=(blocks entries run_blocks copies datagrams segments)
 readonly TREE=build/fuzz
 
 usage() {
@@ -21,7 +21,7 @@ usage: scripts/fuzz.sh SECONDS [--ledger] | --runs N [--ledger] [--target TARGET
   --canary    on a search that believes a block's length, which must be found
   --replay    one input, for instance a finding
   --minimise  what the last runs have found new joins the corpus in the tree, as few files as cover the same
-targets: blocks entries run_blocks copies datagrams
+targets: blocks entries run_blocks copies datagrams segments
 exit status: 0 nothing found (with --canary: the planted fault was found)
 TEXT
     exit "$1"
