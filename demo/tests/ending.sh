@@ -5,8 +5,13 @@
 # usage: ending.sh DEMO INT | TERM | HUP | stall | starved | NUMBER-OF-THE-CHILD-TO-KILL
 set -euo pipefail
 
-# shellcheck source-path=SCRIPTDIR source=../../tests/support/own_namespace.sh
-source "$(dirname "$0")/../../tests/support/own_namespace.sh"
+if [[ -z ${IN_OWN_IPC_NAMESPACE:-} ]]; then
+    export IN_OWN_IPC_NAMESPACE=1
+    unshare --ipc true 2>/dev/null && exec unshare --ipc "$0" "$@"
+    unshare --user --map-root-user --ipc true 2>/dev/null && exec unshare --user --map-root-user --ipc "$0" "$@"
+    echo "no IPC namespace can be had" >&2
+    exit 125
+fi
 
 work=$(mktemp -d "$PWD/demo.XXXXXX")
 run=0
@@ -15,6 +20,11 @@ trap '[[ $run == 0 ]] || kill -KILL -- -$run 2>/dev/null || true; rm -rf "$work"
 fail() {
     echo "FAILED: $*" >&2
     exit 1
+}
+
+nothing_is_left() {
+    [[ $(ipcs -m | grep -c '^0x') == 0 ]] || fail "segments are left: $(ipcs -m)"
+    [[ $(ipcs -s | grep -c '^0x') == 0 ]] || fail "semaphore sets are left: $(ipcs -s)"
 }
 
 # Semaphore 1 of a partition counts its free buffers.
@@ -36,7 +46,7 @@ if [[ $2 == starved ]]; then
     cat "$work/said"
     [[ $status == 1 ]] || fail "status $status"
     grep -q 'demo: socketpair: Too many open files' "$work/said" || fail "all processes were started"
-    nothing_is_left "$2"
+    nothing_is_left
     exit
 fi
 
@@ -82,4 +92,4 @@ wait $run || status=$?
 [[ $expected == 130 ]] || grep -q "WRONG: .* ended by signal 9" "$work/last" || fail "the dead process is not named"
 [[ $2 != stall ]] || grep -q "waited for a buffer [1-9]" "$work/last" || fail "no writer ran out of buffers"
 ! kill -0 -- -$run 2>/dev/null || fail "a process is left"
-nothing_is_left "$2"
+nothing_is_left

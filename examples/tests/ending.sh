@@ -78,6 +78,11 @@ tell() {
     for name in "$@"; do kill "-$signal" "${pid_of[$name]}"; done
 }
 
+nothing_is_left() {
+    [[ $(ipcs -m | grep -c '^0x') == 0 ]] || fail "$1: segments are left: $(ipcs -m)"
+    [[ $(ipcs -s | grep -c '^0x') == 0 ]] || fail "$1: semaphore sets are left: $(ipcs -s)"
+}
+
 clients=(writer run_control camera reader selective slow_reader images)
 for signal in INT TERM HUP; do
     at_work

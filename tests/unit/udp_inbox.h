@@ -33,6 +33,16 @@ class udp_inbox {
     udp_inbox& operator=(const udp_inbox&) = delete;
 
     int port() const { return port_; }
+    /// Takes nothing any more, also not what is still sent to somebody who had this port before.
+    void hear_nobody() const
+    {
+        sockaddr_in itself{};
+        itself.sin_family = AF_INET;
+        itself.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        itself.sin_port = htons(static_cast<uint16_t>(port_));
+        if (connect(fd_, reinterpret_cast<const sockaddr*>(&itself), sizeof itself) != 0)
+            throw std::runtime_error("udp_inbox: not to be silenced");
+    }
     bool empty() const
     {
         pollfd waiting{fd_, POLLIN, 0};

@@ -55,6 +55,8 @@ class background_bm {
     pid_t pid() const { return pid_; }
     /// Reads until `text` stands in the output. @return whether it came within 20 seconds.
     bool says(const std::string& text) { return hears(out_, seen_out, text); }
+    /// @return whether anything more came within 20 seconds
+    bool hears_more() { return more(out_, seen_out, 20000); }
     bool complains(const std::string& text) { return hears(err_, seen_err, text); }
     /// Sends a signal and waits. @return the exit status, 128 + n when signal n ended it.
     int end(int signal = SIGTERM)

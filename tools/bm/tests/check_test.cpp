@@ -1,9 +1,8 @@
 // bm check and bm repair on every kind of damage that a death can leave, made by hand; and what they leave alone.
-#include <fstream>
-
 #include <sys/shm.h>
 
 #include "../../../tests/unit/check_host.h"
+#include "other_user.h"
 #include "run_bm.h"
 #include "shared.h"
 
@@ -222,13 +221,11 @@ TEST(CheckAlone, ASegmentThatIsClosedToUsIsTold)
 {
     // Nobody's rights are taken from root; elsewhere the mode alone decides.
     if (geteuid() == 0) {
-        std::ifstream map("/proc/self/uid_map");
-        uint64_t first = 0, outside = 0, count = 0;
-        map >> first >> outside >> count;
+        const bool possible = can_become_another_user(); // else one user is alone in this namespace
         const int id = shmget(33, 4096, IPC_CREAT | 0600);
         child other([&] {
-            ASSERT_EQ(setresuid(count > 1 ? 65534 : 0, count > 1 ? 65534 : 0, count > 1 ? 65534 : 0), 0);
-            if (count <= 1) return; // one user alone in this namespace
+            if (!possible) return;
+            ASSERT_TRUE(become_another_user());
             const outcome seen = run({"check"});
             EXPECT_EQ(seen.status, 1) << seen.out << seen.err;
             EXPECT_NE(seen.out.find("closed to user nobody: it belongs to user root, mode 0600"), std::string::npos)

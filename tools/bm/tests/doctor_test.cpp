@@ -1,14 +1,18 @@
 // Every line of the doctor, on a staged host made worse in one way, and on a real exchange.
+#include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <sys/shm.h>
+#include <sys/socket.h>
 
 #include "C_shm_buffer.h"
 #include "background_bm.h"
 #include "child.h"
 #include "clean_namespace.h"
+#include "cli/output.h"
 #include "latch.h"
 #include "live_segment.h"
 #include "model/doctor.h"
+#include "other_user.h"
 #include "partition_ids.h"
 #include "staged_host.h"
 
@@ -17,6 +21,19 @@ namespace {
 
 using namespace zrk4::test;
 using words = std::vector<std::string>;
+
+void send_datagrams(uint16_t port, int count)
+{
+    const int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    sockaddr_in to{};
+    to.sin_family = AF_INET;
+    to.sin_port = htons(port);
+    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    const std::string text(1000, 'x');
+    for (int i = 0; i < count; ++i)
+        sendto(fd, text.data(), text.size(), 0, reinterpret_cast<const sockaddr*>(&to), sizeof to);
+    close(fd);
+}
 
 class Doctor : public CleanNamespace {
   protected:
@@ -205,6 +222,51 @@ TEST_F(Doctor, OfAnExchangeUsersMastersAndLosses)
     }
     EXPECT_EQ(of(seen(), "one master")["verdict"], "good");
     EXPECT_EQ(reader.end(), 0);
+}
+
+TEST_F(Doctor, OfSeveralUsersAllButOneHaveToGo)
+{
+    running_master master;
+    ASSERT_TRUE(master.up());
+    const int clients = run_bm({"show", "ZRK4_CLIENT_SLOTS", "--json"}).document()["id"];
+    const bool others_can_be = can_become_another_user();
+    latch attached;
+    child other([&] {
+        ASSERT_NE(shmat(clients, nullptr, SHM_RDONLY), reinterpret_cast<void*>(-1));
+        if (others_can_be) {
+            ASSERT_TRUE(become_another_user());
+        }
+        attached.open();
+        pause();
+    });
+    attached.wait();
+    const nlohmann::json one = of(run_bm({"doctor", "--json"}), "one user");
+    EXPECT_EQ(one["verdict"], others_can_be ? "bad" : "good") << one;
+    if (!others_can_be) return;
+    EXPECT_EQ(one["found"], user_text(0) + ", " + user_text(NOBODY));
+    EXPECT_EQ(one["mend"].get<std::string>().substr(0, 12), "end process ");
+}
+
+TEST_F(Doctor, NotificationsThatAFullSocketHasLost)
+{
+    running_master master;
+    ASSERT_TRUE(master.up());
+    background_bm reader({"read", "--patience", "0"});
+    ASSERT_TRUE(reader.complains("bm: reading"));
+    kill(reader.pid(), SIGSTOP); // it takes nothing out any more
+    const auto client = [] { return run_bm({"clients", "--json"}).document()["clients"].at(0); };
+    const uint16_t port = client()["port"];
+    for (int round = 0; round < 100 && client()["drops"] == 0; ++round) send_datagrams(port, 2000);
+    const nlohmann::json full = client();
+    EXPECT_GT(full["drops"], 0);
+    EXPECT_GT(full["queued"], 0);
+    const nlohmann::json one = of(run_bm({"doctor", "--json"}), "lost notifications");
+    EXPECT_EQ(one["verdict"], "warning") << one;
+    EXPECT_NE(one["found"], "0, of 1 readers");
+    EXPECT_NE(one["mend"].get<std::string>().find("start process " + std::to_string(reader.pid()) + " again"),
+              std::string::npos)
+        << one;
+    reader.end(SIGKILL);
 }
 
 TEST_F(Doctor, AnExchangeWithoutItsMaster)

