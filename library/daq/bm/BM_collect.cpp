@@ -98,13 +98,13 @@ template <class Form> bool bm_core::collect(BM& bm, ZRK4_EVTYPE evtype, int id, 
         say("ev_update(): invalid parameter(s) evtype: %d id: %d bnum: %d", evtype, id, bnum);
         return true;
     }
-    const pool_block in_pool = block_in_pool(bm, bnum, id);
-    const new_block block{evtype, id, bnum, in_pool.at};
+    const block_place place = block_in_pool(bm, bnum, id);
+    const new_block block{evtype, id, bnum, place.at};
     if (block.at == nullptr) {
         say("ev_update(): failed to get the buffer address bnum:%d id:%d", bnum, id);
         return true;
     }
-    warn_of_missing_key(bm.smode, evtype, block.at, in_pool.room);
+    warn_of_missing_key(bm.smode, evtype, block.at, place.room());
     // Between the search and the slot's own lock the event can end (a stalled writer, the monitor) and the slot become
     // another one's: then the search is made again, and after three rounds the slot is taken as it is.
     constexpr int ROUNDS = 3;

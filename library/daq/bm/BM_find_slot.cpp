@@ -115,15 +115,3 @@ int bm_core::take_event_slot(BM& bm, const event_table<Form>& table, ZRK4_EVTYPE
 
 template found_event<slots_2010> bm_core::find_slot<slots_2010>(BM&, ZRK4_EVTYPE, char*);
 template found_event<slots_2024> bm_core::find_slot<slots_2024>(BM&, ZRK4_EVTYPE, char*);
-
-const char* bm_core::end_of_slot(const BM& bm, const void* at)
-{
-    const C_shm_buffer* const events = bm.ev_buf;
-    const char* const first = events == nullptr ? nullptr : events->buffer_addr(0);
-    if (first == nullptr) return nullptr;
-    const int64_t length = events->getBufferLength();
-    const int64_t offset = reinterpret_cast<intptr_t>(at) - reinterpret_cast<intptr_t>(first);
-    if (offset < 0 || offset >= length * events->getBufferCount()) return nullptr;
-    // All of them begin below 2 GiB, and readers come here for every channel: numbers of 32 bits divide in half the time.
-    return first + (static_cast<uint32_t>(offset) / static_cast<uint32_t>(length) + int64_t{1}) * length;
-}

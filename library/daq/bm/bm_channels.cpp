@@ -76,7 +76,7 @@ walk_result walk_block(const found_block& block, wanted_channel& channel)
     const block_view& head = block.head;
     const int64_t last = head.ltotal - SUBHEAD_SIZE;
     // A block that claims more than its buffer holds is believed in what is reported, not in what is read.
-    const int64_t readable = std::min(last, block.place.room - SUBHEAD_SIZE);
+    const int64_t readable = std::min(last, block.place.room() - SUBHEAD_SIZE);
     int64_t at = head.head_size;
     int32_t c = 0;
     while (at <= readable) {

@@ -154,8 +154,8 @@ bool take_all(const event_rules& rules, const found_block& block)
     block_view head = block.head;
     if (rules.name == nullptr) head.nchan = 1;
     // What the sub-blocks say of themselves is believed as far as the buffer goes; the block's own length is not asked.
-    head.ltotal = block.place.room;
-    for_each_sub_block(block.place.at, head, block.place.room, [&](char* at, int32_t ldata, int64_t room) {
+    head.ltotal = block.place.room();
+    for_each_sub_block(block.place.at, head, block.place.room(), [&](char* at, int32_t ldata, int64_t room) {
         failed |= take(rules, {at, ldata, ldata >= 0 && ldata <= room});
         return rules.blocks == walk::all;
     });

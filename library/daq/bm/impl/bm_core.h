@@ -3,6 +3,7 @@
 #ifndef ZRK4_IMPL_BM_CORE_H
 #define ZRK4_IMPL_BM_CORE_H
 
+#include <algorithm>
 #include <atomic>
 #include <exception>
 #include <string>
@@ -112,8 +113,8 @@ struct bm_core {
         return bm.evid64bitmode ? use(slots_2024{}) : use(slots_2010{});
     }
     static bool attached(const BM& bm) { return bm.cl_buf != nullptr && bm.ev_buf != nullptr; }
-    /// End of the event slot in which `at` lies, null when it lies elsewhere.
-    static const char* end_of_slot(const BM& bm, const void* at);
+    /// End of the event slot at `slot`, null when it is not one.
+    static const char* end_of_slot(const BM& bm, const void* slot);
 
     // BM_init.cpp: attachment
     struct slot_partitions {
@@ -222,6 +223,19 @@ struct bm_core {
     static void give_back_slots(BM& bm, const std::list<int>& slots);
     static std::vector<C_shm_buffer*> forget_attachment(BM& bm, std::vector<std::string>* names);
 };
+
+// Readers come here for every channel: no search for the slot, and no division. Of a pointer that is no slot's begin the
+// partition's end is what must not be passed.
+inline const char* bm_core::end_of_slot(const BM& bm, const void* slot)
+{
+    const C_shm_buffer* const events = bm.ev_buf;
+    const char* const first = events == nullptr ? nullptr : address_of(*events, 0);
+    if (first == nullptr) return nullptr;
+    const int64_t length = events->getBufferLength();
+    const int64_t all = length * events->getBufferCount();
+    const int64_t offset = reinterpret_cast<intptr_t>(slot) - reinterpret_cast<intptr_t>(first);
+    return offset < 0 || offset >= all ? nullptr : first + std::min(offset + length, all);
+}
 
 } // namespace zrk4::impl
 

@@ -11,6 +11,7 @@
 #include "BM.h"
 #include "block_form.h"
 #include "bm_core.h"
+#include "pool_block.h"
 
 namespace zrk4::impl {
 
@@ -49,25 +50,6 @@ inline event_blocks blocks_of_either(const zrk4_event_slot_head_2024* slot, cons
 /// Begin and end of run, environment and update: events without data channels.
 inline bool is_run_control(int32_t evtype) { return evtype >= ZRK4_EV_BOR && evtype <= ZRK4_EV_UPD; }
 
-/// Where a block lies; a null address when it cannot be had.
-struct block_place {
-    char* at = nullptr;
-    int64_t room = 0; ///< length of its buffer; what the block says about itself may be wrong
-};
-
-inline block_place place_of(BM* bm, const zrk4_client_sblock_data& entry)
-{
-    if (bm == nullptr) return {};
-    const int shmid = entry.shmid;
-    const int bnum = entry.bnum;
-    C_shm_buffer* part = bm->find_by_id(shmid);
-    // A partition that is known, as nearly always, is searched for once.
-    char* at = part != nullptr ? part->get_buffer_addr(bnum) : bm->get_buffer_address(bnum, shmid, /*attach=*/true);
-    if (at == nullptr) return {};
-    if (part == nullptr) part = bm->find_by_id(shmid);
-    return {at, part->getBufferLength()};
-}
-
 /// How the blocks of an event are read: each by its own form.
 struct own_form {
     static bool is_wide(const char* block) { return is_2024(block); }
@@ -91,10 +73,10 @@ struct found_block {
 template <class Reading>
 __attribute__((always_inline)) inline found_block find_block(BM* bm, const zrk4_client_sblock_data& entry)
 {
-    const block_place place = place_of(bm, entry);
-    if (place.room < static_cast<int64_t>(sizeof(block_2010::head))) return {};
+    const block_place place = bm == nullptr ? block_place{} : place_of(*bm, entry.bnum, entry.shmid);
+    if (place.room() < static_cast<int64_t>(sizeof(block_2010::head))) return {};
     if (!Reading::is_wide(place.at)) return {place, view_block_as<block_2010>(place.at), false};
-    if (place.room < static_cast<int64_t>(sizeof(block_2024::head))) return {};
+    if (place.room() < static_cast<int64_t>(sizeof(block_2024::head))) return {};
     return {place, view_block_as<block_2024>(place.at), true};
 }
 

@@ -23,21 +23,29 @@ inline bool has_readable_head(const C_shm_buffer& part, const char* at)
     return left >= static_cast<int64_t>(head);
 }
 
-/// A server block and the length of the buffer that it lies in.
-struct pool_block {
+/// Where a block lies; a null address when it cannot be had.
+struct block_place {
     char* at = nullptr;
-    int room = 0;
+    const C_shm_buffer* part = nullptr;
+
+    /// Length of its buffer; what the block says about itself may be wrong.
+    int64_t room() const { return at == nullptr ? 0 : part->getBufferLength(); }
 };
 
-/// Block in buffer `bnum` of partition `shmid`, which is attached when it is not yet in the pool; null when there is
-/// none, or none with room for a block's head.
-inline pool_block block_in_pool(C_shm_mpool& pool, int bnum, int shmid)
+/// Buffer `bnum` of partition `shmid`, which is attached when it is not yet in the pool. One that is known, as nearly
+/// always, is searched for once.
+inline block_place place_of(C_shm_mpool& pool, int bnum, int shmid)
 {
     const C_shm_buffer* part = pool.find_by_id(shmid);
     if (part == nullptr && pool.get_buffer_address(bnum, shmid, true) != nullptr) part = pool.find_by_id(shmid);
-    char* const at = part != nullptr ? address_of(*part, bnum) : nullptr;
-    if (at == nullptr || !has_readable_head(*part, at)) return {};
-    return {at, part->getBufferLength()};
+    return part == nullptr ? block_place{} : block_place{address_of(*part, bnum), part};
+}
+
+/// The same, of a block whose head can be read.
+inline block_place block_in_pool(C_shm_mpool& pool, int bnum, int shmid)
+{
+    const block_place place = place_of(pool, bnum, shmid);
+    return place.at != nullptr && has_readable_head(*place.part, place.at) ? place : block_place{};
 }
 
 } // namespace zrk4::impl
