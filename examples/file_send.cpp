@@ -80,10 +80,12 @@ int main(int argc, char** argv)
         std::perror("file_send");
         return 1;
     }
+    const pid_t parent = getpid();
     for (int part = 0; part < parts; ++part) {
         const pid_t child = fork();
         if (child == 0) {
             prctl(PR_SET_PDEATHSIG, SIGTERM); // without the others it would wait for ever
+            if (getppid() != parent) return 1;
             return run_in_order(argc, argv, [&](const options&) { return send_part(given, file, part, parts); });
         }
         if (child < 0) return 1;
