@@ -45,7 +45,7 @@ bool needs_attention(const event& one, int64_t now)
 std::string remark(const event& one, int64_t now)
 {
     if (one.torn) return "torn";
-    const std::string flaw = flaw_of(one);
+    std::string flaw = flaw_of(one);
     if (!flaw.empty()) return flaw;
     return needs_attention(one, now) ? fmt::format("hangs: bm why {}", one.slot) : "";
 }
