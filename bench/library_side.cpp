@@ -79,7 +79,7 @@ class library_writer {
     {
         join(bm_, room);
         const std::string data = "BENCH_DATA" + std::to_string(index);
-        partition_ = bm_.add(data.c_str(), room.buffers * p.blocks_each, bytes_, /*sems=*/false);
+        partition_ = bm_.add(data.c_str(), p.on_the_way * p.blocks_each, bytes_, /*sems=*/false);
         require(partition_ >= 1, "no data partition could be made");
         subscribe(bm_, EVENT, CLI_T_WRITER, names_of(index * p.blocks_each, p.blocks_each));
         data_ = bm_.find_by_id(partition_);

@@ -78,7 +78,7 @@ void read_events(const reference_host& host, const all_buffers& buffers, const u
 
 reading measure_reference(manner m, const plan& p, const limits& room)
 {
-    const int buffers = room.buffers * p.blocks_each;
+    const int buffers = p.on_the_way * p.blocks_each;
     const reference_host host(m, {p.writers, p.readers, p.blocks()}, room.client_slots, room.event_slots, buffers);
     all_buffers data;
     for (int i = 0; i < p.writers; ++i) data.push_back(std::make_unique<data_buffers>(buffers, p.payload));

@@ -19,6 +19,9 @@ struct size {
 };
 constexpr size SIZES[] = {{KIB, "1KiB"}, {64 * KIB, "64KiB"}, {MIB, "1MiB"}, {8 * MIB, "8MiB"}};
 
+/// Blocks on their way that fit into a processor's caches together, as whoever has large ones would choose.
+int deep_enough(size_t payload) { return std::clamp(static_cast<int>(4 * MIB / payload), 2, 32); }
+
 /// As many blocks as a site may configure, and as many client slots as then fit below the 2 GiB that an offset can tell.
 limits large_limits()
 {
@@ -52,6 +55,7 @@ class collection {
         p.readers = readers;
         p.events = std::max<int64_t>(20, static_cast<int64_t>(seconds_ * 2500));
         p.warm_up = std::min<int64_t>(100, p.events);
+        p.on_the_way = deep_enough(8 * p.payload);
         const std::string name = "building/8x64KiB/" + std::to_string(readers) + (readers == 1 ? "reader" : "readers");
         add(name, p, limits{});
         add_peers(name, p);
@@ -90,7 +94,7 @@ class collection {
         if (kind == "blocks") p.blocks_each = n;
         if (kind == "names") p.blocks_each = MOST, around.names = n;
         if (kind == "slots") room.client_slots = room.event_slots = n + 63;
-        if (p.blocks_each > 64) room.buffers = 8;
+        if (p.blocks_each > 64) p.on_the_way = 8;
         add_library("growth/" + kind + '/' + std::to_string(n), p, room, around);
     }
     static constexpr int MOST = 512;
@@ -103,6 +107,7 @@ class collection {
         plan p;
         p.payload = payload;
         p.warm_up = payload > MIB ? 40 : 200;
+        p.on_the_way = deep_enough(payload);
         p.seconds = seconds_;
         p.writer_processor = processors_.front();
         p.reader_processor = processors_[processors - 1];

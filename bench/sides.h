@@ -14,7 +14,6 @@ struct limits {
     int client_slots = 64; ///< on the host
     int blocks = 64;       ///< of one event, and names of one client
     int event_slots = 64;
-    int buffers = 32; ///< of a writer's data partition, for each block that it gives to an event
 };
 
 /// Clients beside those that are measured, of processes that do little else.

@@ -22,6 +22,7 @@ struct plan {
     int writers = 1;
     int readers = 1;         ///< all of them take every event
     int blocks_each = 1;     ///< that a writer gives to an event
+    int on_the_way = 32;     ///< events that a writer may be ahead: the library's buffers, a peer's messages
     int64_t warm_up = 200;   ///< events before the first that counts
     double seconds = 0.4;    ///< for so long events are counted; of several writers not asked: they have to agree
     int64_t events = 200000; ///< but no more than so many

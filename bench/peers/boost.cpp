@@ -14,8 +14,8 @@ namespace ipc = boost::interprocess;
 
 class queue {
   public:
-    queue(const std::string& name, size_t bytes)
-        : name_(name), at_(ipc::create_only, name.c_str(), static_cast<size_t>(MESSAGES), bytes)
+    queue(const std::string& name, const plan& p)
+        : name_(name), at_(ipc::create_only, name.c_str(), static_cast<size_t>(p.on_the_way), p.payload)
     {
         ipc::message_queue::remove(name_.c_str()); // it lives on with those who have it
     }
@@ -35,7 +35,7 @@ class queue {
 reading measure(const plan& p)
 {
     return by_copies<queue>(p, [&](int i) {
-        return std::make_unique<queue>("bm_bench-" + std::to_string(getpid()) + '-' + std::to_string(i), p.payload);
+        return std::make_unique<queue>("bm_bench-" + std::to_string(getpid()) + '-' + std::to_string(i), p);
     });
 }
 

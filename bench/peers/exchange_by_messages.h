@@ -14,9 +14,6 @@
 
 namespace bench {
 
-/// As many messages may be on their way as the library has buffers.
-inline constexpr int MESSAGES = 32;
-
 /// What the processes of a peer share.
 struct message_books {
     std::atomic<int64_t> over{0};   ///< events that the first reader is done with

@@ -40,7 +40,7 @@ void be_roudi(const plan& p, const line_end& line)
     keep_quiet();
     iox::mepoo::MePooConfig memory;
     memory.addMemPool(
-        {static_cast<uint32_t>((p.payload + 255) / 128 * 128), static_cast<uint32_t>(p.writers * (MESSAGES + 8))});
+        {static_cast<uint32_t>((p.payload + 255) / 128 * 128), static_cast<uint32_t>(p.writers * (p.on_the_way + 8))});
     iox::RouDiConfig_t config;
     const auto group = iox::posix::PosixGroup::getGroupOfCurrentProcess().getName();
     config.m_sharedMemorySegments.push_back({group, group, memory});
@@ -70,7 +70,7 @@ class iceoryx_inbox {
     {
         join_runtime("reader", index);
         iox::popo::SubscriberOptions options;
-        options.queueCapacity = MESSAGES;
+        options.queueCapacity = static_cast<uint64_t>(p.on_the_way);
         options.queueFullPolicy = iox::popo::QueueFullPolicy::BLOCK_PRODUCER;
         waiting_ = std::make_unique<iox::popo::WaitSet<>>();
         for (int w = 0; w < p.writers; ++w) {

@@ -22,15 +22,15 @@ struct context {
     std::shared_ptr<void> at{zmq_ctx_new(), zmq_ctx_term};
 };
 
-std::shared_ptr<void> socket_of(const context& c, int type)
+std::shared_ptr<void> socket_of(const context& c, int type, const plan& p)
 {
     void* made = zmq_socket(c.at.get(), type);
     require(made != nullptr, "zmq_socket");
     const int none = 0;
     const int soon = 1;
     zmq_setsockopt(made, ZMQ_LINGER, &none, sizeof none);
-    zmq_setsockopt(made, ZMQ_SNDHWM, &MESSAGES, sizeof MESSAGES);
-    zmq_setsockopt(made, ZMQ_RCVHWM, &MESSAGES, sizeof MESSAGES);
+    zmq_setsockopt(made, ZMQ_SNDHWM, &p.on_the_way, sizeof p.on_the_way);
+    zmq_setsockopt(made, ZMQ_RCVHWM, &p.on_the_way, sizeof p.on_the_way);
     zmq_setsockopt(made, ZMQ_RECONNECT_IVL, &soon, sizeof soon);
     return {made, zmq_close};
 }
@@ -73,7 +73,7 @@ class zeromq_inbox {
     zeromq_inbox(const plan& p, int run, int index, bool subscribes) : blocks_(static_cast<size_t>(p.writers))
     {
         for (int w = 0; w < p.writers; ++w) {
-            sockets_.push_back(socket_of(context_, subscribes ? ZMQ_SUB : ZMQ_PULL));
+            sockets_.push_back(socket_of(context_, subscribes ? ZMQ_SUB : ZMQ_PULL, p));
             void* const s = sockets_.back().get();
             if (subscribes) {
                 require(zmq_setsockopt(s, ZMQ_SUBSCRIBE, "", 0) == 0, "ZMQ_SUBSCRIBE");
@@ -115,14 +115,14 @@ class zeromq_outbox {
     void connect(const plan& p, int run, int index)
     {
         for (int k = 0; k < p.readers; ++k) {
-            sockets_.push_back(socket_of(context_, ZMQ_PUSH));
+            sockets_.push_back(socket_of(context_, ZMQ_PUSH, p));
             require(zmq_connect(sockets_.back().get(), address(run, index, k).c_str()) == 0, "zmq_connect");
         }
     }
     // Ready when every reader has subscribed: what was sent before would be lost.
     void publish(const plan& p, int run, int index)
     {
-        sockets_.push_back(socket_of(context_, ZMQ_XPUB));
+        sockets_.push_back(socket_of(context_, ZMQ_XPUB, p));
         void* const s = sockets_.back().get();
         const int yes = 1;
         require(zmq_setsockopt(s, ZMQ_XPUB_NODROP, &yes, sizeof yes) == 0, "ZMQ_XPUB_NODROP");
