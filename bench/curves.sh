@@ -64,5 +64,5 @@ draw payload "set logscale y
 set xlabel \"block\"
 set ylabel \"events per second, two processors\"
 set xrange [-0.2:3.2]
-set key outside
+set key outside right
 plot $(IFS=,; echo "${curves[*]}")"
