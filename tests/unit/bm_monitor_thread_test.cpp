@@ -34,6 +34,20 @@ class MonitorThread : public testing::Test {
         EXPECT_FALSE(monitor_go);
         EXPECT_TRUE(threads_more(0));
     }
+    /// What a stop prints whose one call fails. The thread ends all the same.
+    std::string texts_of_a_stop_without(thread_call& call, int error)
+    {
+        const pthread_t thread = bm.pid;
+        captured_output captured;
+        {
+            const failing refused(call, error);
+            EXPECT_FALSE(bm.stop_monitor());
+        }
+        const std::string texts = captured.out();
+        EXPECT_EQ(pthread_join(thread, nullptr), 0);
+        expect_stopped();
+        return texts;
+    }
     // One that was joined can be seen a moment longer.
     bool threads_more(long count) const
     {
@@ -234,29 +248,14 @@ TEST_F(MonitorThread, ThreadThatCannotBeMade)
 TEST_F(MonitorThread, ThreadThatCannotBeSignalled)
 {
     ASSERT_FALSE(bm.start_monitor());
-    const pthread_t thread = bm.pid;
-    captured_output captured;
-    {
-        const failing refused(kill_call, ESRCH);
-        EXPECT_FALSE(bm.stop_monitor());
-    }
-    EXPECT_EQ(captured.out(), "Failed to kill my monitoring thread: " + std::to_string(thread) + "\n");
-    EXPECT_EQ(pthread_join(thread, nullptr), 0);
-    expect_stopped();
+    const std::string thread = std::to_string(bm.pid);
+    EXPECT_EQ(texts_of_a_stop_without(kill_call, ESRCH), "Failed to kill my monitoring thread: " + thread + "\n");
 }
 
 TEST_F(MonitorThread, ThreadThatCannotBeJoined)
 {
     ASSERT_FALSE(bm.start_monitor());
-    const pthread_t thread = bm.pid;
-    captured_output captured;
-    {
-        const failing refused(join_call, EINVAL);
-        EXPECT_FALSE(bm.stop_monitor());
-    }
-    EXPECT_EQ(captured.out(), "Joining monitoring thread failed \n");
-    EXPECT_EQ(pthread_join(thread, nullptr), 0);
-    expect_stopped();
+    EXPECT_EQ(texts_of_a_stop_without(join_call, EINVAL), "Joining monitoring thread failed \n");
 }
 
 TEST_F(MonitorThread, BodyReturnsAtOnceWithoutTheRunFlag)
