@@ -41,7 +41,8 @@ readonly sources=proofs/model
 readonly seconds_allowed=170 # of a processor, each
 readonly megabytes_allowed=1900
 
-# Builds and runs one search; its place in the record is the file "line" in its own folder.
+# Builds and runs one search; its place in the record is the file "line" in its own folder. The tools write files of
+# fixed names where they are run, so none is run outside that folder.
 search() {
     local name=$1 model=$2 size=$3 expected=$4 place=$folder/$1 began=$SECONDS
     local -a switches compiler=(-O2)
@@ -57,7 +58,7 @@ search() {
             gcc -w "${compiler[@]}" -DSAFETY -DMEMLIM="$megabytes_allowed" -o pan pan.c >>build.log 2>&1 &&
             ./pan -m1000000 -w20 >report 2>&1
     ) || true
-    in_words "$place" "$model" "${switches[@]}" >"$place/words"
+    (cd "$place" && in_words "$OLDPWD/$sources/$model.pml" "${switches[@]}" >words)
     touch "$place/report"
     printf '%s\t%s\t%s\t%s\t%s\t%d\n' "$name" "$model" "${switches[*]}" "$expected" \
         "$(awk -f "$sources/outcome.awk" "$place/report" "$place/words")" $((SECONDS - began)) >"$place/line"
@@ -67,10 +68,11 @@ search() {
 # The trail of a search, if it left one: a line per step, processes by number. What follows the steps is read too: a
 # pipe closed early would end spin by a signal, and with it the search.
 in_words() {
-    local place=$1 model=$2
-    shift 2
-    [[ -e $place/$model.pml.trail ]] || return 0
-    spin -k "$place/$model.pml.trail" "$@" "$sources/$model.pml" 2>/dev/null |
+    local model=$1 trail
+    shift
+    trail=$(basename "$model").trail
+    [[ -e $trail ]] || return 0
+    spin -k "$trail" "$@" "$model" 2>/dev/null |
         sed 's/^ *//; /^#processes/,$d; /^spin: /d; /^$/d; s/^\([0-9]\): /process \1 /'
 }
 

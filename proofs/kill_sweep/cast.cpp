@@ -132,7 +132,11 @@ void member::stop_at_rest()
         if (waited == PATIENCE_MS) fail("does not come to rest");
         usleep(1000);
     }
+    // All its threads stand still only when the kernel says so: until then it would still take what is sent to it.
     kill(pid_, SIGSTOP);
+    int status = 0;
+    while (waitpid(pid_, &status, WUNTRACED) < 0 && errno == EINTR) {}
+    if (!WIFSTOPPED(status)) fail("does not stop");
 }
 
 void member::tell(order what, int a, bool marked)
