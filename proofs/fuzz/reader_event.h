@@ -3,8 +3,9 @@
 #ifndef ZRK4_FUZZ_READER_EVENT_H
 #define ZRK4_FUZZ_READER_EVENT_H
 
+#include <array>
 #include <cstring>
-#include <memory>
+#include <optional>
 #include <vector>
 
 #include "block_recipe.h"
@@ -15,13 +16,16 @@ namespace fuzz {
 
 class reader_event {
   public:
+    static constexpr int MOST_BLOCKS = 3;
+
     reader_event(input& in, const data_partitions& data, int32_t evtype, int blocks)
         : entries_(static_cast<size_t>(blocks))
     {
         slot_2024.pattern = EV_SLOT_PATTERN_2024;
         slot_2010.evtype = slot_2024.evtype = static_cast<ZRK4_EVTYPE>(evtype);
         slot_2010.sbfilled = slot_2024.sbfilled = blocks;
-        for (auto& entry : entries_) put(in, data, entry);
+        size_t opened = 0;
+        for (auto& entry : entries_) put(in, data, entry, opened_.at(opened++));
     }
     zrk4_client_sblock_data* entries() { return entries_.data(); }
     size_t blocks() const { return entries_.size(); }
@@ -30,10 +34,11 @@ class reader_event {
     zrk4_event_slot_head_2024 slot_2024{};
 
   private:
-    void put(input& in, const data_partitions& data, zrk4_client_sblock_data& entry)
+    static void put(input& in, const data_partitions& data, zrk4_client_sblock_data& entry,
+                    std::optional<open_buffer>& opened)
     {
         const auto place = data.one(in);
-        opened_.push_back(std::make_unique<open_buffer>(place.at, place.bytes));
+        opened.emplace(place.at, place.bytes);
         std::memset(place.at, in.flag() ? 0xFF : 0, place.bytes);
         const std::string& bytes = server_block(in, place.bytes);
         std::memcpy(place.at, bytes.data(), bytes.size());
@@ -43,7 +48,7 @@ class reader_event {
     }
 
     std::vector<zrk4_client_sblock_data> entries_;
-    std::vector<std::unique_ptr<open_buffer>> opened_;
+    std::array<std::optional<open_buffer>, MOST_BLOCKS> opened_;
 };
 
 /// What a caller of 2010 passes where either form is taken: as large as the other one.

@@ -17,14 +17,15 @@ class sub_block_alone {
     sub_block_alone(input& in, int32_t type)
     {
         bool honest = true;
-        std::string bytes;
+        static std::string bytes; // keeps its room
+        bytes.clear();
         sub_block(in, type, honest, bytes);
         auto* head = reinterpret_cast<zrk4_serv_block_subhead_2010*>(bytes.data());
         const auto length = static_cast<int32_t>(bytes.size());
         if (head->ldata > length) head->ldata = length - in.one_of(256);
         shift_ = static_cast<size_t>(in.one_of(8));
         bytes_ = std::max<size_t>(sizeof *head, head->ldata < 0 ? 0 : static_cast<size_t>(head->ldata));
-        memory_ = std::make_unique<char[]>(shift_ + bytes_);
+        memory_ = std::make_unique_for_overwrite<char[]>(shift_ + bytes_);
         std::memcpy(at(), bytes.data(), bytes_);
     }
     char* at() const { return memory_.get() + shift_; }

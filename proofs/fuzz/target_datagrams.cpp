@@ -261,9 +261,9 @@ void prepare() { here = new reader; }
 
 void run(input& in)
 {
-    constexpr int LEVELS[] = {0, -2000, -3000, 0}; // messages, and the duration of handlers
+    constexpr int LEVELS[16] = {0, -2000, -3000}; // messages, and the duration of handlers; seldom, as they cost
     const uint8_t shape = in.byte();
-    ZRK4_DAQ_BM_DEBUG = LEVELS[(shape >> 1) & 3];
+    ZRK4_DAQ_BM_DEBUG = LEVELS[(shape >> 1) & 15];
     if ((shape & 1) != 0) {
         read_all<slots_2024>(in);
     } else {

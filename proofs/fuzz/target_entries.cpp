@@ -39,19 +39,10 @@ void fill(input& in, zrk4_client_sblock_data& entry)
     entry.bnum = in.number();
 }
 
-std::string entries(input& in, int count)
+template <class Head> const std::string& slot_bytes(input& in)
 {
-    std::string bytes;
-    for (int n = 0; n < count; ++n) {
-        zrk4_client_sblock_data entry{};
-        fill(in, entry);
-        bytes += bytes_of(entry);
-    }
-    return bytes;
-}
-
-template <class Head> std::string slot_bytes(input& in)
-{
+    static std::string bytes; // keeps its room
+    bytes.clear();
     const uint8_t shape = in.byte();
     const int count = shape & 7;
     Head head{};
@@ -61,7 +52,14 @@ template <class Head> std::string slot_bytes(input& in)
     head.evtype = static_cast<ZRK4_EVTYPE>((shape & 16) != 0 ? in.number() : ZRK4_EV_NORMAL);
     head.nclients = (shape & 32) != 0 ? in.number() : 0;
     head.sbfilled = (shape & 64) != 0 ? in.number() : count;
-    return bytes_of(head) + std::string(in.byte() & 31, '\1') + entries(in, count);
+    append(bytes, head);
+    bytes.append(in.byte() & 31, '\1');
+    for (int n = 0; n < count; ++n) {
+        zrk4_client_sblock_data entry{};
+        fill(in, entry);
+        append(bytes, entry);
+    }
+    return bytes;
 }
 
 // Entries may name any of the blocks; the others are zero.
@@ -79,7 +77,7 @@ template <class Form> void put_slot(input& in)
     char* const at = here->bm.ev_buf.load()->buffer_addr(small_host::EVENT_SLOTS);
     const auto room = static_cast<size_t>(here->bm.ev_buf.load()->getBufferLength());
     std::memset(at, in.flag() ? 0xFF : 0, room);
-    const std::string bytes = slot_bytes<typename Form::head>(in);
+    const std::string& bytes = slot_bytes<typename Form::head>(in);
     std::memcpy(at, bytes.data(), std::min(room, bytes.size()));
 }
 
