@@ -375,6 +375,35 @@ TEST_P(FastChannel, NothingIsReadBehindTheBuffer)
     EXPECT_EQ(find("B"), behind - 1);
 }
 
+TEST_P(FastChannel, BlockOfOneChannelIsReadWithTheSameCare)
+{
+    const std::string full(256, 'n');
+    char* const found = put(block_of_2010({{full, 41}}).bytes());
+    EXPECT_EQ(find((full + "beyond").c_str()), found + HEAD_2010);
+    EXPECT_EQ(report(full.substr(0, 255).c_str()), "");
+
+    next_event(ZRK4_EV_NORMAL);
+    block_of_2010 shortened({A});
+    shortened.head.ltotal = HEAD_2010 + SUBHEAD - 1;
+    put(shortened.bytes());
+    EXPECT_EQ(report("A"), outside("A", HEAD_2010 + SUBHEAD - 1, 0, 1));
+
+    next_event(ZRK4_EV_NORMAL);
+    put(block_of_2010({A.says(0)}).bytes());
+    EXPECT_EQ(report("B"), "");
+    put(block_of_2010({A.says(INT_MAX)}).bytes());
+    EXPECT_EQ(report("B"), "");
+
+    next_event(ZRK4_EV_NORMAL);
+    const int one_byte_short = bm.add("T_ONE", 2, HEAD_2010 + SUBHEAD - 1, false);
+    block_of_2010 liar({C});
+    liar.head.ltotal = INT_MAX;
+    const std::string bytes = liar.bytes();
+    std::memcpy(bm.get_buffer_address(0, one_byte_short), bytes.data(), bytes.size());
+    add_entry("SERVER", one_byte_short, 0);
+    EXPECT_EQ(report("C"), "") << "its sub-head reaches into the next buffer";
+}
+
 TEST_P(FastChannel, PartitionTooShortForAHeadHoldsNoBlock)
 {
     for (const int length : {0, 7, 8, HEAD_2010 - 1}) {

@@ -28,25 +28,45 @@ void fill_name(char* to, const char* from) { std::strncpy(to, from, name_query::
 // ---- data channels --------------------------------------------------------------------------------------------------
 
 /// A channel's name as it is printed and as it is searched for.
-struct wanted_channel {
-    const char* text;
-    name_query name;
+class wanted_channel {
+  public:
+    explicit wanted_channel(const char* text) : text_(text) {}
+    const char* text() const { return text_; }
+    /// For one sub-block: a query costs more than it saves.
+    bool is(const char* field) const { return std::strncmp(field, text_, name_query::FIELD) == 0; }
+    name_query& query() { return query_ ? *query_ : query_.emplace(text_); }
+
+  private:
+    const char* text_;
+    std::optional<name_query> query_;
 };
 
 // Not collected with other texts: those are cut, and a channel's name may have any length.
 template <class PrintDetails> void report_corrupt(const wanted_channel& channel, PrintDetails print_details)
 {
     text_later::write_now();
-    std::printf("CHANNEL corrupted: %s\n", channel.text);
+    std::printf("CHANNEL corrupted: %s\n", channel.text());
     print_details();
     std::fflush(nullptr);
 }
 
-void report_outside(const wanted_channel& channel, const block_view& head, int c)
+/// What a walk needs to know of a block, and no more: it is handed on by value.
+struct block_extent {
+    char* at;
+    int64_t room, head_size, ltotal;
+    int32_t nchan;
+
+    explicit block_extent(const found_block& block)
+        : at(block.place.at), room(block.place.room()), head_size(block.head.head_size), ltotal(block.head.ltotal),
+          nchan(block.head.nchan)
+    {
+    }
+};
+
+void report_outside(const wanted_channel& channel, int64_t ltotal, int c, int32_t nchan)
 {
     report_corrupt(channel, [&] {
-        std::printf("OUTSIDE  of the server block !!!: ltotal: %ld  channel:%d nchans:%d \n", head.ltotal, c,
-                    head.nchan);
+        std::printf("OUTSIDE  of the server block !!!: ltotal: %ld  channel:%d nchans:%d \n", ltotal, c, nchan);
     });
 }
 
@@ -71,30 +91,38 @@ void fetch_ahead(const char* sub, int64_t ldata)
 }
 
 /// REQUIRES: the block counts a sub-block and has bytes behind its head.
-walk_result walk_block(const found_block& block, wanted_channel& channel)
+template <class Matches>
+__attribute__((always_inline)) inline walk_result walk_block(block_extent block, const wanted_channel& channel,
+                                                             Matches matches)
 {
-    const block_view& head = block.head;
-    const int64_t last = head.ltotal - SUBHEAD_SIZE;
+    const int64_t last = block.ltotal - SUBHEAD_SIZE;
     // A block that claims more than its buffer holds is believed in what is reported, not in what is read.
-    const int64_t readable = std::min(last, block.place.room() - SUBHEAD_SIZE);
-    int64_t at = head.head_size;
+    const int64_t readable = std::min(last, block.room - SUBHEAD_SIZE);
+    int64_t at = block.head_size;
     int32_t c = 0;
     while (at <= readable) {
-        auto* sub = reinterpret_cast<zrk4_serv_block_subhead_2010*>(block.place.at + at);
+        auto* sub = reinterpret_cast<zrk4_serv_block_subhead_2010*>(block.at + at);
         const int32_t ldata = sub->ldata;
         if (ldata < 0) {
-            report_negative(channel, ldata, head.ltotal - at);
+            report_negative(channel, ldata, block.ltotal - at);
             return {nullptr, true};
         }
-        if (channel.name.matches(sub->chname)) return {sub, false};
-        fetch_ahead(block.place.at + at, ldata);
+        if (matches(sub->chname)) return {sub, false};
+        fetch_ahead(block.at + at, ldata);
         if (ldata == 0) return {}; // would meet the same sub-head until the count is reached
         at += ldata;
-        if (++c >= head.nchan) return {};
+        if (++c >= block.nchan) return {};
     }
-    if (at <= last || at >= head.ltotal) return {}; // not to be read, or nothing left
-    report_outside(channel, head, c);
+    if (at <= last || at >= block.ltotal) return {}; // not to be read, or nothing left
+    report_outside(channel, block.ltotal, c, block.nchan);
     return {nullptr, true};
+}
+
+// Never inlined: a block of a single channel is then looked at in registers.
+__attribute__((noinline)) walk_result walk_many(block_extent block, wanted_channel& channel)
+{
+    name_query& name = channel.query();
+    return walk_block(block, channel, [&](const char* field) { return name.matches(field); });
 }
 
 template <class Reading>
@@ -102,14 +130,17 @@ zrk4_serv_block_subhead_2010* find_channel(const event_blocks& event, char* name
                                            const head_outputs& out)
 {
     if (names_nothing(text) || is_run_control(event.evtype)) return nullptr;
-    wanted_channel channel{text, name_query(text)};
+    wanted_channel channel(text);
     std::optional<name_query> block_name;
     if (!names_nothing(name)) block_name.emplace(name);
     for (const zrk4_client_sblock_data& entry : event.entries) {
         if (is_hole(entry) || (block_name && !block_name->matches(entry.name))) continue;
         const found_block block = find_block<Reading>(bm, entry);
         if (!block || block.head.nchan < 1 || block.head.ltotal <= block.head.head_size) continue;
-        const walk_result walked = walk_block(block, channel);
+        const block_extent extent(block);
+        const walk_result walked =
+            extent.nchan > 1 ? walk_many(extent, channel)
+                             : walk_block(extent, channel, [&](const char* field) { return channel.is(field); });
         if (walked.corrupt) return nullptr;
         if (walked.found == nullptr) continue;
         out.store(block);
