@@ -57,7 +57,10 @@ struct block_extent {
     int32_t nchan;
 
     explicit block_extent(const found_block& block)
-        : at(block.place.at), room(block.place.room()), head_size(block.head.head_size), ltotal(block.head.ltotal),
+        : at(block.place.at),
+          room(block.place.room()),
+          head_size(block.head.head_size),
+          ltotal(block.head.ltotal),
           nchan(block.head.nchan)
     {
     }
