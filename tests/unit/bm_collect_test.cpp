@@ -331,8 +331,8 @@ TEST_P(BmCollectWithoutLocks, OfTheEventsFails)
         host.remove_locks(host.events_semid);
         const std::string ctrl = "throw C_shm::ctrl UP sem: ";
         const std::string set = "   errno: 22  semid: " + std::to_string(host.events_semid) + "\n";
-        EXPECT_EQ(out_of([&] { EXPECT_NO_THROW(EXPECT_TRUE(host.bm.ev_update(host.TYPE, host.data_id, bnum))); }),
-                  ctrl + "4" + set);
+        EXPECT_EQ(said([&] { EXPECT_NO_THROW(EXPECT_TRUE(host.bm.ev_update(host.TYPE, host.data_id, bnum))); }),
+                  ctrl + "4" + set + "DATE ev_update(): failed to find the event slot\n");
         EXPECT_EQ(out_of([&] { EXPECT_NO_THROW(EXPECT_TRUE(host.bm.ev_update(host.TYPE, host.data_id, bnum, 1))); }),
                   ctrl + "5" + set);
         EXPECT_EQ(host.slot(1).sbfilled(), 0);
@@ -348,6 +348,37 @@ TEST_P(BmCollectWithoutLocks, OfTheClientsBeginsNoEvent)
         EXPECT_NO_THROW(EXPECT_TRUE(host.bm.ev_update(host.TYPE, host.data_id, bnum)));
         EXPECT_TRUE(host.slot_is_free(1));
         EXPECT_FALSE(host.block_is_free(bnum)) << "still the caller's";
+    });
+}
+
+// The event ends with its last block, whose buffer cannot be returned: true would tell the writer that it is its own.
+TEST_P(BmCollectWithoutLocks, OfTheDataTakesTheLastBlockAllTheSame)
+{
+    in_own_process([](event_host& host) {
+        host.writer({"A"});
+        const int bnum = host.put({.server = "A"});
+        host.remove_locks(semid_of(*host.bm.find_by_id(host.data_id)));
+        const captured_output quiet;
+        EXPECT_NO_THROW(EXPECT_FALSE(host.bm.ev_update(host.TYPE, host.data_id, bnum)) << "false is success");
+        EXPECT_EQ(host.slot(1).sbfilled(), 1);
+        EXPECT_EQ(host.locks_held(), "");
+    });
+}
+
+TEST_P(BmCollectWithoutLocks, OfTheDataFailsToFreeADuplicate)
+{
+    in_own_process([](event_host& host) {
+        host.used_slot();
+        host.slot(1).add_entry("A", host.data_id, host.put({}));
+        const int bnum = host.put({.server = "A"});
+        host.remove_locks(semid_of(*host.bm.find_by_id(host.data_id)));
+        const std::string text =
+            said([&] { EXPECT_NO_THROW(EXPECT_TRUE(host.bm.ev_update(host.TYPE, host.data_id, bnum, 1))); });
+        const std::string last = "\nDATE ev_update(): failed to free id: " + std::to_string(host.data_id) +
+                                 " bnum: " + std::to_string(bnum) + "\n";
+        ASSERT_GT(text.size(), last.size());
+        EXPECT_EQ(text.substr(text.size() - last.size()), last) << text;
+        EXPECT_EQ(host.slot(1).sbfilled(), 1);
     });
 }
 

@@ -74,8 +74,9 @@ TEST_F(BmLostPartitions, TakeNoBlock)
                   EXPECT_EQ(bm.find_ev_slot(TYPE, block), -1);
                   EXPECT_TRUE(bm.init_ev_slot(TYPE, 1, block));
               }),
-              "DATE ev_update(): invalid parameter(s) evtype: 1 id: " + std::to_string(data_id) +
-                  " bnum: " + std::to_string(bnum) +
+              "DATE ev_update(): failed to find the event slot\n"
+              "DATE ev_update(): invalid parameter(s) evtype: 1 id: " +
+                  std::to_string(data_id) + " bnum: " + std::to_string(bnum) +
                   " slot: 1\n"
                   "DATE init_ev_slot(): no write registration found for event type: 1\n");
     EXPECT_THROW(bm.return_buffer_in_pool_ext(TYPE, bnum, data_id), SysError);

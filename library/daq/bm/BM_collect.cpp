@@ -109,7 +109,8 @@ template <class Form> bool bm_core::collect(BM& bm, ZRK4_EVTYPE evtype, int id, 
     // another one's: then the search is made again, and after three rounds the slot is taken as it is.
     constexpr int ROUNDS = 3;
     for (int round = 0;; ++round) {
-        found_event<Form> found = find_slot<Form>(bm, evtype, block.at);
+        found_event<Form> found =
+            without_exceptions(found_event<Form>(), [&] { return find_slot<Form>(bm, evtype, block.at); });
         if (found.slot < 0) {
             say("ev_update(): failed to find the event slot");
             return true;
@@ -163,11 +164,15 @@ entered bm_core::enter(BM& bm, const new_block& block, int slot_number, slot_loc
     slot.refresh();
     if (!enter_locked<Form>(bm, block, slot, slot_number)) return entered::refused;
     if (own_writer_slot(bm, block.evtype) < 0) return entered::yes;
-    // The lock is kept from the entry to the look at the clients: given back and taken again it would cost two calls.
-    const look_result look = look_at_clients<Form>(bm, slot_number, slot, lock);
-    lock.unlock();
-    end_look<Form>(bm, slot_number, look);
-    return entered::yes;
+    // The block is in the event, and its buffer the event's, whatever becomes of the notification.
+    return without_exceptions(entered::yes, [&] {
+        // The lock is kept from the entry to the look at the clients: given back and taken again it would cost two
+        // calls.
+        const look_result look = look_at_clients<Form>(bm, slot_number, slot, lock);
+        lock.unlock();
+        end_look<Form>(bm, slot_number, look);
+        return entered::yes;
+    });
 }
 
 template <class Form>
@@ -205,7 +210,9 @@ void bm_core::refuse_duplicate(BM& bm, const new_block& block, zrk4_client_sbloc
     say("ev_update(): SB duplication in ev slot channels:%d  new channels; %d shmid: %d (%d)", channels, incoming.nchan,
         entry.shmid, id);
     const auto give_back = [&](int shmid, int number) {
-        return bm.get_buffer_address(number, shmid, true) != nullptr && !bm.return_buffer_in_pool(number, shmid);
+        return without_exceptions(false, [&] {
+            return bm.get_buffer_address(number, shmid, true) != nullptr && !bm.return_buffer_in_pool(number, shmid);
+        });
     };
     if (incoming.nchan <= channels) {
         if (give_back(id, bnum)) {
