@@ -86,6 +86,8 @@ struct host {
                   bm.cl_buf.load()->get_buffer(BM_NO_WAIT, true) != nullptr &&
                   bm.ev_buf.load()->get_buffer(BM_NO_WAIT, true) != nullptr;
     copied_segment clients{*bm.cl_buf.load()}, events{*bm.ev_buf.load()};
+    // Once: what is in a segment does not matter to the kernel.
+    bm::read_only_segment clients_mapped{clients.id()}, events_mapped{events.id()};
 };
 host* here = nullptr;
 
@@ -184,7 +186,7 @@ size_t told(const bm::exchange& seen)
 
 void look()
 {
-    const bm::read_only_segment clients_mapped(here->clients.id()), events_mapped(here->events.id());
+    const bm::read_only_segment &clients_mapped = here->clients_mapped, &events_mapped = here->events_mapped;
     bm::exchange seen;
     seen.now = 1;
     seen.clients_part = seen_of(here->clients, clients_mapped);
