@@ -25,17 +25,19 @@ class text_later {
     bool outermost_;
 };
 
+// An event that goes well says nothing: cold keeps what does out of its way.
+
 /// A time-stamped line, cut at 511 characters.
-__attribute__((format(printf, 1, 2))) void say(const char* fmt, ...);
+__attribute__((cold, format(printf, 1, 2))) void say(const char* fmt, ...);
 /// Text for standard output as it stands, cut at 511 characters.
-__attribute__((format(printf, 1, 2))) void say_plain(const char* fmt, ...);
+__attribute__((cold, format(printf, 1, 2))) void say_plain(const char* fmt, ...);
 /// Text for standard error, cut at 511 characters.
-__attribute__((format(printf, 1, 2))) void say_error(const char* fmt, ...);
+__attribute__((cold, format(printf, 1, 2))) void say_error(const char* fmt, ...);
 /// What perror() writes, with the text of `errno` as it is now.
-void say_perror(const char* prefix);
+__attribute__((cold)) void say_perror(const char* prefix);
 /// A flush of standard output / of all output, in its place among the texts.
-void flush_stdout_later();
-void flush_all_later();
+__attribute__((cold)) void flush_stdout_later();
+__attribute__((cold)) void flush_all_later();
 
 } // namespace zrk4::impl
 
