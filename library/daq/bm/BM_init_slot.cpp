@@ -73,7 +73,7 @@ class listed_names {
 template <class Form> class bm_core::event_filler {
   public:
     event_filler(BM& bm, ZRK4_EVTYPE evtype, event_slot<Form>& slot, int trigger)
-        : bm_(bm), clients_(*bm.cl_buf), evtype_(evtype), slot_(slot), trigger_(trigger), now_(time_now())
+        : bm_(bm), clients_(*bm.cl_buf), evtype_(evtype), slot_(slot), trigger_(trigger), now_(slot.head().start)
     {
     }
 

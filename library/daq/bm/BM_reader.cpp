@@ -230,7 +230,6 @@ template <class Form> void bm_core::handle(BM& bm, const typename Form::message&
 template <class Form> void bm_core::call_user(BM& bm, const event_slot<Form>& slot)
 {
     timespec begin{};
-    timespec end{};
     clock_gettime(CLOCK_REALTIME, &begin);
     bm.own->in_callback = true;
     // Whatever the handler throws, its event is done.
@@ -239,8 +238,9 @@ template <class Form> void bm_core::call_user(BM& bm, const event_slot<Form>& sl
     });
     contain([&] { bm.event_handler(slot.address(), slot.entries()); });
     bm.own->in_callback = false;
-    clock_gettime(CLOCK_REALTIME, &end);
     if (__atomic_load_n(&ZRK4_DAQ_BM_DEBUG, __ATOMIC_RELAXED) != SHOW_CALL_TIME) return;
+    timespec end{};
+    clock_gettime(CLOCK_REALTIME, &end);
     const double milliseconds =
         static_cast<double>(end.tv_sec - begin.tv_sec) * 1e3 + static_cast<double>(end.tv_nsec - begin.tv_nsec) / 1e6;
     const text_later texts;
