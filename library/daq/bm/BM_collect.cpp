@@ -99,7 +99,7 @@ template <class Form> bool bm_core::collect(BM& bm, ZRK4_EVTYPE evtype, int id, 
         return true;
     }
     const block_place place = block_in_pool(bm, bnum, id);
-    const new_block block{evtype, id, bnum, place.at};
+    const new_block block{evtype, id, bnum, place.at, head_readers_of(bm, evtype)};
     if (block.at == nullptr) {
         say("ev_update(): failed to get the buffer address bnum:%d id:%d", bnum, id);
         return true;
@@ -110,7 +110,7 @@ template <class Form> bool bm_core::collect(BM& bm, ZRK4_EVTYPE evtype, int id, 
     constexpr int ROUNDS = 3;
     for (int round = 0;; ++round) {
         found_event<Form> found =
-            without_exceptions(found_event<Form>(), [&] { return find_slot<Form>(bm, evtype, block.at); });
+            without_exceptions(found_event<Form>(), [&] { return find_slot<Form>(bm, evtype, block.at, block.read); });
         if (found.slot < 0) {
             say("ev_update(): failed to find the event slot");
             return true;
@@ -141,7 +141,7 @@ template <class Form> bool bm_core::collect_into(BM& bm, ZRK4_EVTYPE evtype, int
         say("ev_update(): invalid parameter(s) evtype: %d id: %d bnum: %d slot: %d", evtype, id, bnum, slot_number);
         return true;
     }
-    const new_block block{evtype, id, bnum, block_in_pool(bm, bnum, id).at};
+    const new_block block{evtype, id, bnum, block_in_pool(bm, bnum, id).at, head_readers_of(bm, evtype)};
     if (block.at == nullptr) {
         say("ev_update(): failed to get the buffer address");
         return true;
@@ -193,7 +193,7 @@ bool bm_core::enter_locked(BM& bm, const new_block& block, event_slot<Form>& slo
         say_slot(head);
         return false;
     }
-    if (!add_entry<Form>(bm, block, slot, slot_number) || !add_totals<Form>(bm, block, slot)) return false;
+    if (!add_entry<Form>(bm, block, slot, slot_number) || !add_totals<Form>(block, slot)) return false;
     write_unlocked(&head.lupdate, time_now());
     return true;
 }
@@ -248,12 +248,11 @@ bool may_report()
 
 template <class Form> bool bm_core::add_entry(BM& bm, const new_block& block, event_slot<Form>& slot, int slot_number)
 {
-    const auto get_name = reader_of(bm.get_bname_f, block.evtype);
-    if (get_name == nullptr) {
+    if (block.read.name == nullptr) {
         say("No function to find the name !!!");
         return false;
     }
-    const char* name = get_name(block.at);
+    const char* name = block.read.name(block.at);
     zrk4_client_sblock_data& entry = slot.entries()[slot.filled()];
     store_name(entry.name, name == nullptr ? std::string_view() : name_view(name));
     entry.shmid = block.id;
@@ -266,33 +265,30 @@ template <class Form> bool bm_core::add_entry(BM& bm, const new_block& block, ev
 }
 
 // What was written before a missing reader is met stays: the block is in the event.
-template <class Form> bool bm_core::add_totals(const BM& bm, const new_block& block, event_slot<Form>& slot)
+template <class Form> bool bm_core::add_totals(const new_block& block, event_slot<Form>& slot)
 {
     char* at = block.at;
     typename Form::head& head = slot.head();
-    const auto get_length = reader_of(bm.get_len_f, block.evtype);
-    if (get_length == nullptr) {
+    const head_readers& read = block.read;
+    if (read.length == nullptr) {
         say("No function to find the length !!!");
         return false;
     }
-    Form::add_size(head, get_length(at));
-    const auto get_trigger = reader_of(bm.get_trg_f, block.evtype);
-    if (get_trigger == nullptr) {
+    Form::add_size(head, read.length(at));
+    if (read.trigger == nullptr) {
         say("No function to find the trigger mask !!!");
         return false;
     }
-    head.tmask |= get_trigger(at);
-    const auto get_status = reader_of(bm.get_sts_f, block.evtype);
-    if (get_status == nullptr) {
+    head.tmask |= read.trigger(at);
+    if (read.status == nullptr) {
         say("No function to find the status !!!");
         return false;
     }
-    head.status |= get_status(at);
-    const auto get_id = reader_of(bm.get_evid_f, block.evtype);
-    if (get_id == nullptr) {
+    head.status |= read.status(at);
+    if (read.id == nullptr) {
         say("No function to find the event Id !!!");
         return false;
     }
-    Form::add_event_id(head, get_id(at));
+    Form::add_event_id(head, read.id(at));
     return true;
 }

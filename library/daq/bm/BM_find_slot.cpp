@@ -12,8 +12,9 @@ int BM::find_ev_slot(ZRK4_EVTYPE evtype, char* evhd)
 {
     const text_later texts;
     return without_exceptions(-1, [&] {
+        const head_readers read = bm_core::head_readers_of(*this, evtype);
         return bm_core::in_form(
-            *this, [&](auto form) { return bm_core::find_slot<decltype(form)>(*this, evtype, evhd).slot; });
+            *this, [&](auto form) { return bm_core::find_slot<decltype(form)>(*this, evtype, evhd, read).slot; });
     });
 }
 
@@ -23,15 +24,14 @@ constexpr int ATTEMPTS = 10001;
 
 } // namespace
 
-template <class Form> found_event<Form> bm_core::find_slot(BM& bm, ZRK4_EVTYPE evtype, char* block)
+template <class Form>
+found_event<Form> bm_core::find_slot(BM& bm, ZRK4_EVTYPE evtype, char* block, const head_readers& read)
 {
-    const auto get_key = reader_of(bm.get_key_f, evtype);
-    const auto get_id = reader_of(bm.get_evid_f, evtype);
-    if (get_key == nullptr || get_id == nullptr || block == nullptr || !attached(bm)) return {};
-    const time_stamp* key_at = get_key(block);
+    if (read.key == nullptr || read.id == nullptr || block == nullptr || !attached(bm)) return {};
+    const time_stamp* key_at = read.key(block);
     if (key_at == nullptr) return {};
     const time_stamp key = *key_at;
-    const int64_t id = get_id(block);
+    const int64_t id = read.id(block);
     C_shm_buffer& events = *bm.ev_buf;
     // Event partition 0, in it client partition 0 (a new event looks at the clients); never the reverse.
     slot_lock control(events, 0);
@@ -42,7 +42,7 @@ template <class Form> found_event<Form> bm_core::find_slot(BM& bm, ZRK4_EVTYPE e
     }
     found_event<Form> found;
     found.slot = matching_slot<Form>(bm, table, evtype, key, id);
-    if (found.slot < 0) found.slot = take_event_slot<Form>(bm, table, evtype, key, id, block, found.made);
+    if (found.slot < 0) found.slot = take_event_slot<Form>(bm, table, evtype, key, id, block, read, found.made);
     if (found.slot < 0) return {};
     found.entry = table.of(found.slot);
     control.unlock();
@@ -87,7 +87,7 @@ int bm_core::free_event_slot(C_shm_buffer& events, int usable)
 // for that one would be taken for this one's, or cleared with the old.
 template <class Form>
 int bm_core::take_event_slot(BM& bm, const event_table<Form>& table, ZRK4_EVTYPE evtype, time_stamp key, int64_t id,
-                             char* block, slot_lock& made)
+                             char* block, const head_readers& read, slot_lock& made)
 {
     C_shm_buffer& events = *bm.ev_buf;
     const int slot = free_event_slot(events, table.slots());
@@ -103,7 +103,7 @@ int bm_core::take_event_slot(BM& bm, const event_table<Form>& table, ZRK4_EVTYPE
         events.return_buffer(slot);
     };
     try {
-        if (!fill_event_slot<Form>(bm, evtype, slot, block)) return slot;
+        if (!fill_event_slot<Form>(bm, evtype, slot, block, read)) return slot;
     } catch (...) {
         // The client partition is gone, or a head reader has thrown: nobody would ever end this half of an event.
         free_again();
@@ -113,5 +113,5 @@ int bm_core::take_event_slot(BM& bm, const event_table<Form>& table, ZRK4_EVTYPE
     return -1;
 }
 
-template found_event<slots_2010> bm_core::find_slot<slots_2010>(BM&, ZRK4_EVTYPE, char*);
-template found_event<slots_2024> bm_core::find_slot<slots_2024>(BM&, ZRK4_EVTYPE, char*);
+template found_event<slots_2010> bm_core::find_slot<slots_2010>(BM&, ZRK4_EVTYPE, char*, const head_readers&);
+template found_event<slots_2024> bm_core::find_slot<slots_2024>(BM&, ZRK4_EVTYPE, char*, const head_readers&);

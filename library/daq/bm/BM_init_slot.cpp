@@ -18,8 +18,10 @@ bool BM::init_ev_slot(ZRK4_EVTYPE evtype, int bnum, char* evhd)
 {
     const text_later texts;
     return without_exceptions(true, [&] {
-        return bm_core::in_form(
-            *this, [&](auto form) { return bm_core::fill_event_slot<decltype(form)>(*this, evtype, bnum, evhd); });
+        const head_readers read = bm_core::head_readers_of(*this, evtype);
+        return bm_core::in_form(*this, [&](auto form) {
+            return bm_core::fill_event_slot<decltype(form)>(*this, evtype, bnum, evhd, read);
+        });
     });
 }
 
@@ -249,7 +251,8 @@ template <class Form> class bm_core::event_filler {
     bool no_room_ = false;
 };
 
-template <class Form> bool bm_core::fill_event_slot(BM& bm, ZRK4_EVTYPE evtype, int number, char* block)
+template <class Form>
+bool bm_core::fill_event_slot(BM& bm, ZRK4_EVTYPE evtype, int number, char* block, const head_readers& read)
 {
     if (block == nullptr || !is_event_type(evtype) || number < 1) {
         const auto first_word = block == nullptr ? 0U : static_cast<unsigned>(word_unlocked(block));
@@ -265,14 +268,10 @@ template <class Form> bool bm_core::fill_event_slot(BM& bm, ZRK4_EVTYPE evtype, 
         say("init_ev_slot(): failed to get the buffer address for event slot: %d", number);
         return true;
     }
-    const auto get_key = reader_of(bm.get_key_f, evtype);
-    const auto get_trigger = reader_of(bm.get_trg_f, evtype);
-    const auto get_status = reader_of(bm.get_sts_f, evtype);
-    const auto get_id = reader_of(bm.get_evid_f, evtype);
-    if (get_key == nullptr || get_trigger == nullptr || get_status == nullptr || get_id == nullptr) return true;
-    const time_stamp* key = get_key(block);
+    if (read.key == nullptr || read.trigger == nullptr || read.status == nullptr || read.id == nullptr) return true;
+    const time_stamp* key = read.key(block);
     if (key == nullptr) return true;
-    const block_facts facts{*key, get_trigger(block), get_status(block), get_id(block)};
+    const block_facts facts{*key, read.trigger(block), read.status(block), read.id(block)};
     clear_event_slot<Form>(bm, slot, number);
     if (facts.key.timeup == 0)
         say("!!!!!!!! init_ev_slot(): time stamp is: %d:%d", 0, static_cast<int>(facts.key.timelow));
@@ -309,5 +308,5 @@ template <class Form> void bm_core::clear_event_slot(BM& bm, event_slot<Form>& s
     slot.refresh();
 }
 
-template bool bm_core::fill_event_slot<slots_2010>(BM&, ZRK4_EVTYPE, int, char*);
-template bool bm_core::fill_event_slot<slots_2024>(BM&, ZRK4_EVTYPE, int, char*);
+template bool bm_core::fill_event_slot<slots_2010>(BM&, ZRK4_EVTYPE, int, char*, const head_readers&);
+template bool bm_core::fill_event_slot<slots_2024>(BM&, ZRK4_EVTYPE, int, char*, const head_readers&);

@@ -60,6 +60,16 @@ void bm_core::set_default_readers(BM& bm)
     }
 }
 
+head_readers bm_core::head_readers_of(const BM& bm, int evtype)
+{
+    return {.name = reader_of(bm.get_bname_f, evtype),
+            .key = reader_of(bm.get_key_f, evtype),
+            .length = reader_of(bm.get_len_f, evtype),
+            .trigger = reader_of(bm.get_trg_f, evtype),
+            .status = reader_of(bm.get_sts_f, evtype),
+            .id = reader_of(bm.get_evid_f, evtype)};
+}
+
 void BM::get_cur_time(time_stamp* tm) { *tm = time_now(); }
 
 void BM::get_time_diff(time_stamp* tms, time_stamp* tme, time_stamp* tmdiff)

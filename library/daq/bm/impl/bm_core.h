@@ -77,6 +77,16 @@ template <class Function> Function reader_of(const std::map<int, Function>& read
     return at == readers.end() ? nullptr : at->second;
 }
 
+/// The head readers of an event type, null where there is none: each is looked up once for a block, and outside of locks.
+struct head_readers {
+    GET_NAME_FUN name;
+    GET_KEY_FUN key;
+    GET_LEN_FUN length;
+    GET_TRG_FUN trigger;
+    GET_STS_FUN status;
+    GET_EVID_FUN id;
+};
+
 /// An event as a search found or made it.
 template <class Form> struct found_event {
     int slot = -1;
@@ -90,6 +100,7 @@ struct new_block {
     int id;
     int bnum;
     char* at;
+    head_readers read;
 };
 
 /// Where a client block stands, as a datagram tells it.
@@ -152,18 +163,23 @@ struct bm_core {
     static void empty_client_slot(BM& bm, int slot, int* port);
     static int own_writer_slot(const BM& bm, ZRK4_EVTYPE evtype);
 
+    // BM_keys.cpp: what a block says of itself
+    static head_readers head_readers_of(const BM& bm, int evtype);
+
     // BM_find_slot.cpp: the event of a block
-    template <class Form> static found_event<Form> find_slot(BM& bm, ZRK4_EVTYPE evtype, char* block);
+    template <class Form>
+    static found_event<Form> find_slot(BM& bm, ZRK4_EVTYPE evtype, char* block, const head_readers& read);
     template <class Form>
     static int matching_slot(BM& bm, const event_table<Form>& table, ZRK4_EVTYPE evtype, time_stamp key, int64_t id);
     static int free_event_slot(C_shm_buffer& events, int usable);
     template <class Form>
     static int take_event_slot(BM& bm, const event_table<Form>& table, ZRK4_EVTYPE evtype, time_stamp key, int64_t id,
-                               char* block, slot_lock& made);
+                               char* block, const head_readers& read, slot_lock& made);
 
     // BM_init_slot.cpp: a new event
     template <class Form> class event_filler;
-    template <class Form> static bool fill_event_slot(BM& bm, ZRK4_EVTYPE evtype, int slot, char* block);
+    template <class Form>
+    static bool fill_event_slot(BM& bm, ZRK4_EVTYPE evtype, int slot, char* block, const head_readers& read);
     template <class Form> static void clear_event_slot(BM& bm, event_slot<Form>& slot, int number);
 
     // BM_collect.cpp: a block into its event
@@ -175,7 +191,7 @@ struct bm_core {
     template <class Form> static bool enter_locked(BM& bm, const new_block& block, event_slot<Form>& slot, int number);
     static void refuse_duplicate(BM& bm, const new_block& block, zrk4_client_sblock_data& entry);
     template <class Form> static bool add_entry(BM& bm, const new_block& block, event_slot<Form>& slot, int number);
-    template <class Form> static bool add_totals(const BM& bm, const new_block& block, event_slot<Form>& slot);
+    template <class Form> static bool add_totals(const new_block& block, event_slot<Form>& slot);
 
     // BM_client_status.cpp: progress of one client on one event
     template <class Form> static bool set_status(BM& bm, int ev_slot, int cl_slot, BUF_MNG_CLI_STATUS status);
