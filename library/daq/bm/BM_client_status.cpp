@@ -28,7 +28,7 @@ bool BM::check_if_all_collected(int ev_slot, int cl_slot)
                 say("check_if_all_collected(): failed to get the buffer address for event slot: %d", ev_slot);
                 return false;
             }
-            if (!is_slot(cl_buf, cl_slot) || !client_slot(*cl_buf, cl_slot)) {
+            if (!is_client_slot(cl_buf, cl_slot)) {
                 say("check_if_all_collected(): failed to get the buffer address for client slot: %d", cl_slot);
                 return false;
             }
@@ -89,7 +89,12 @@ template <class Form> bool bm_core::has_all(const event_slot<Form>& slot, const 
 {
     const zrk4_client_block* block = slot.client(cl_slot);
     if (block != nullptr && block->status == CLI_S_DONE) return true;
-    const int cltype = client.head_now().cltype;
+    return has_all_named<Form>(slot, client);
+}
+
+template <class Form> bool bm_core::has_all_named(const event_slot<Form>& slot, const client_slot& client)
+{
+    const int cltype = word_unlocked(&client.head().cltype);
     if (cltype != CLI_T_READER && cltype != CLI_T_WRITER) {
         say("check_if_all_collected(): invalid client type: %d", cltype);
         return false;
@@ -102,5 +107,5 @@ template <class Form> bool bm_core::has_all(const event_slot<Form>& slot, const 
     return count_named(slot.entries(), slot.filled(), reads ? client.reader_names() : client.writer_names()) == wanted;
 }
 
-template bool bm_core::has_all(const event_slot<slots_2010>&, const client_slot&, int);
-template bool bm_core::has_all(const event_slot<slots_2024>&, const client_slot&, int);
+template bool bm_core::has_all_named(const event_slot<slots_2010>&, const client_slot&);
+template bool bm_core::has_all_named(const event_slot<slots_2024>&, const client_slot&);

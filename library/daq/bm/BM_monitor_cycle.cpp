@@ -136,7 +136,7 @@ template <class Form> class bm_core::monitor {
     bool judge_client(zrk4_client_block& block, const time_stamp& now, snapshot& seen)
     {
         const int snum = block.snum;
-        if (!is_slot(bm_.cl_buf, snum) || !client_slot(*bm_.cl_buf, snum)) {
+        if (!is_client_slot(bm_.cl_buf, snum)) {
             say("MONITOR: failed to obtain the client slot address: %d", snum);
             return true;
         }

@@ -38,7 +38,7 @@ bool BM::notification(int evslot, int clslot, int cln)
         say("Invalid parameter %d %d %d", clslot, evslot, cln);
         return true;
     }
-    if (!is_slot(cl_buf, clslot) || !client_slot(*cl_buf, clslot)) {
+    if (!is_client_slot(cl_buf, clslot)) {
         say("Something wrong: header == NULL");
         return true;
     }
@@ -81,7 +81,7 @@ template <class Form> class bm_core::client_look {
     {
         zrk4_client_block& block = slot_.clients()[i];
         const int snum = block.snum;
-        if (!is_slot(bm_.cl_buf, snum) || !client_slot(*bm_.cl_buf, snum)) {
+        if (!is_client_slot(bm_.cl_buf, snum)) {
             say("Failed to find a client slot forcing DONE slot: %d client: %d clients: %d  bunm: %d", snum, i,
                 slot_.nclients(), number_);
             force_done(block);
@@ -94,15 +94,15 @@ template <class Form> class bm_core::client_look {
             return;
         }
         const client_slot client(*bm_.cl_buf, snum);
-        const zrk4_client_slot_head head = client.head_now();
-        if (head.cltype == CLI_T_WRITER) {
-            look_at_writer(block, snum, client);
+        const int cltype = word_unlocked(&client.head().cltype);
+        if (cltype == CLI_T_WRITER) {
+            look_at_writer(block, client);
         } else if (block.status != CLI_S_WAIT) {
             return;
-        } else if (head.evtype != evtype_) {
-            say("Wrong event type for reading forcing DONE  expected:%d, seen:%d", head.evtype, evtype_);
+        } else if (const int evtype = word_unlocked(&client.head().evtype); evtype != evtype_) {
+            say("Wrong event type for reading forcing DONE  expected:%d, seen:%d", evtype, evtype_);
             force_done(block);
-        } else if (head.cltype == CLI_T_READER) {
+        } else if (cltype == CLI_T_READER) {
             look_at_reader(i, block, snum, client);
         } else {
             say("Wrong client type for reading forcing DONE");
@@ -110,10 +110,10 @@ template <class Form> class bm_core::client_look {
         }
     }
 
-    void look_at_writer(zrk4_client_block& block, int snum, const client_slot& client)
+    void look_at_writer(zrk4_client_block& block, const client_slot& client)
     {
         ++writers_;
-        if (!has_all<Form>(slot_, client, snum)) return;
+        if (!has_all_named<Form>(slot_, client)) return;
         client.count_event();
         force_done(block);
         ++writers_done_;
@@ -127,7 +127,7 @@ template <class Form> class bm_core::client_look {
             ++readers_of_all_;
             return;
         }
-        if (!has_all<Form>(slot_, client, snum)) return;
+        if (!has_all_named<Form>(slot_, client)) return;
         if (!notify<Form>(bm_, slot_, client, {number_, snum, i})) {
             ++notified_;
             return;
@@ -141,7 +141,7 @@ template <class Form> class bm_core::client_look {
     {
         zrk4_client_block& block = slot_.clients()[i];
         const int snum = block.snum;
-        if (!is_slot(bm_.cl_buf, snum) || !client_slot(*bm_.cl_buf, snum)) {
+        if (!is_client_slot(bm_.cl_buf, snum)) {
             say("(ALL) Failed to find a client slot forcing DONE");
             block.status = CLI_S_DONE;
             return;

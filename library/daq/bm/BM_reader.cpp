@@ -224,7 +224,7 @@ template <class Form> void bm_core::handle(BM& bm, const typename Form::message&
     if (!event || !bm.reader_go) return;
     call_user<Form>(bm, event_slot<Form>(*bm.ev_buf, message.evslot));
     // The handler may have left the exchange.
-    if (attached(bm)) finish_reading<Form>(bm, message.evslot, message.clslot, *event);
+    if (attached(bm)) finish_reading<Form>(bm, message, *event);
 }
 
 template <class Form> void bm_core::call_user(BM& bm, const event_slot<Form>& slot)
@@ -249,14 +249,17 @@ template <class Form> void bm_core::call_user(BM& bm, const event_slot<Form>& sl
 }
 
 // DONE and the look at the others in one hold of the slot's lock, then the client's own slot, then the freeing.
-template <class Form> void bm_core::finish_reading(BM& bm, int evslot, int clslot, const slot_identity& event)
+template <class Form>
+void bm_core::finish_reading(BM& bm, const typename Form::message& message, const slot_identity& event)
 {
     const text_later texts;
+    const int evslot = message.evslot;
+    const int clslot = message.clslot;
     slot_lock lock(*bm.ev_buf, evslot);
     event_slot<Form> slot(*bm.ev_buf, evslot);
     // Another event is in the slot by now: it is not the one that was read, and not ours to mark.
     if (!(slot.identity() == event)) return;
-    zrk4_client_block* block = slot.client(clslot);
+    zrk4_client_block* block = slot.client(clslot, message.cln);
     if (block != nullptr) {
         block->status = CLI_S_DONE;
     } else {

@@ -176,7 +176,7 @@ void bm_core::give_back_slot(BM& bm, int slot)
 int BM::free_cl_slot(int bnum, int* queue)
 {
     const text_later texts;
-    if (!is_slot(cl_buf, bnum) || !client_slot(*cl_buf, bnum)) return 1;
+    if (!is_client_slot(cl_buf, bnum)) return 1;
     slot_lock lock(*cl_buf, bnum);
     bm_core::empty_client_slot(*this, bnum, queue);
     lock.unlock();
@@ -185,7 +185,7 @@ int BM::free_cl_slot(int bnum, int* queue)
 
 bool bm_core::free_client_unless_locked(BM& bm, int slot)
 {
-    if (!is_slot(bm.cl_buf, slot) || !client_slot(*bm.cl_buf, slot)) return false;
+    if (!is_client_slot(bm.cl_buf, slot)) return false;
     slot_lock lock = slot_lock::try_once(*bm.cl_buf, slot);
     if (!lock) return false;
     empty_client_slot(bm, slot, nullptr);

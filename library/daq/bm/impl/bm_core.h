@@ -196,6 +196,8 @@ struct bm_core {
     // BM_client_status.cpp: progress of one client on one event
     template <class Form> static bool set_status(BM& bm, int ev_slot, int cl_slot, BUF_MNG_CLI_STATUS status);
     template <class Form> static bool has_all(const event_slot<Form>& slot, const client_slot& client, int cl_slot);
+    /// The same of a client that is known not to be done.
+    template <class Form> static bool has_all_named(const event_slot<Form>& slot, const client_slot& client);
     static void touch_client(const BM& bm, int cl_slot, bool event_done);
 
     // BM_notify.cpp: its readers
@@ -219,7 +221,8 @@ struct bm_core {
     template <class Form> static void read_events(BM& bm);
     template <class Form> static void handle(BM& bm, const typename Form::message& message);
     template <class Form> static void call_user(BM& bm, const event_slot<Form>& slot);
-    template <class Form> static void finish_reading(BM& bm, int evslot, int clslot, const slot_identity& event);
+    template <class Form>
+    static void finish_reading(BM& bm, const typename Form::message& message, const slot_identity& event);
 
     // BM_return.cpp: the way back
     /// `meant`: the event to free; another one that is in the slot by now is left alone. Null: whatever is in it.

@@ -9,6 +9,7 @@
 #include "C_shm_buffer.h"
 #include "names.h"
 #include "partition_state.h"
+#include "slot_lock.h"
 #include "unlocked.h"
 
 namespace zrk4::impl {
@@ -17,6 +18,9 @@ namespace zrk4::impl {
 /// it is cut to what the slot can hold.
 class client_slot {
   public:
+    /// Bytes without which a buffer is no client slot.
+    static constexpr int RECORDS = sizeof(zrk4_client_slot_head) + sizeof(zrk4_client_reader);
+
     template <class Part> client_slot(const Part& part, int n) : at_(address_of(part, n)), room_(part.getBufferLength())
     {
         if (room_ < RECORDS) at_ = nullptr;
@@ -45,9 +49,6 @@ class client_slot {
     }
 
   private:
-    /// Bytes without which a buffer is no client slot.
-    static constexpr int RECORDS = sizeof(zrk4_client_slot_head) + sizeof(zrk4_client_reader);
-
     void* record() const { return at_ + sizeof(zrk4_client_slot_head); }
     name_list names(size_t record_size, int count) const
     {
@@ -59,6 +60,12 @@ class client_slot {
     char* at_;
     int room_;
 };
+
+/// Whether client slot `n` exists. Told by the handle alone: nothing of the slot is touched.
+inline bool is_client_slot(const C_shm_buffer* part, int n)
+{
+    return is_slot(part, n) && part->getBufferLength() >= client_slot::RECORDS;
+}
 
 } // namespace zrk4::impl
 
