@@ -1,4 +1,5 @@
 // The address of "localhost", where every notification goes.
+#include <atomic>
 #include <cstring>
 #include <mutex>
 
@@ -23,28 +24,37 @@ int resolvehost(const char* hostname, char* hostent_buff, int hostent_buff_len, 
 }
 
 namespace zrk4::impl {
+namespace {
 
-// The address is kept, not the entry: that one belongs to whoever has called resolvehost last.
+std::mutex one_at_a_time;
+std::atomic<bool> known{false};
+uint32_t kept = 0; // the address, not the entry: that one belongs to whoever has called resolvehost last
+
+bool resolve_localhost()
+{
+    const std::lock_guard guard(one_at_a_time);
+    if (known) return true;
+    static char buffer[4096];
+    std::memset(buffer, 0, sizeof buffer);
+    hostent* entry = nullptr;
+    const int error = resolvehost("localhost", buffer, sizeof buffer, &entry);
+    if (error != 0) {
+        say_perror("gethostbyname");
+        say_plain("Failed to get 'localhost' address error: %d\n", error);
+        flush_all_later();
+        return false;
+    }
+    std::memcpy(&kept, entry->h_addr_list[0], sizeof kept);
+    known = true;
+    return true;
+}
+
+} // namespace
+
+// Asked for every datagram: once it is known, without a lock.
 bool localhost_address(uint32_t& address)
 {
-    static std::mutex one_at_a_time;
-    static bool known = false;
-    static uint32_t kept = 0;
-    const std::lock_guard guard(one_at_a_time);
-    if (!known) {
-        static char buffer[4096];
-        std::memset(buffer, 0, sizeof buffer);
-        hostent* entry = nullptr;
-        const int error = resolvehost("localhost", buffer, sizeof buffer, &entry);
-        if (error != 0) {
-            say_perror("gethostbyname");
-            say_plain("Failed to get 'localhost' address error: %d\n", error);
-            flush_all_later();
-            return false;
-        }
-        std::memcpy(&kept, entry->h_addr_list[0], sizeof kept);
-        known = true;
-    }
+    if (!known && !resolve_localhost()) return false;
     address = kept;
     return true;
 }
