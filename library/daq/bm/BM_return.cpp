@@ -96,12 +96,11 @@ bool can_still_go_back(BM& bm, int bnum, int shmid)
 
 } // namespace
 
-// A buffer that a slot names; any process may have written that. The first buffer of a slot partition is its control
-// record and nobody's to give back: free, it would be handed out as a slot, or as room for data. @return true on failure.
-bool bm_core::give_back_listed(BM& bm, int bnum, int shmid)
+// Of a buffer that a slot names; any process may have written that. The first buffer of a slot partition is nobody's to
+// give back: free, it would be handed out as a slot, or as room for data.
+bool bm_core::is_control_record(const BM& bm, int bnum, int shmid)
 {
-    if (bnum == 0 && (shmid == bm.evid || shmid == bm.clid)) return true;
-    return bm.return_buffer_in_pool(bnum, shmid);
+    return bnum == 0 && (shmid == bm.evid || shmid == bm.clid);
 }
 
 // The entry becomes a hole before its buffer goes back: killed in between, a process loses one buffer to the repair,
@@ -116,11 +115,11 @@ template <class Form> bool bm_core::return_block(BM& bm, const event_slot<Form>&
     if (shmid == 0 || bnum < 0) return false;
     entry.bnum = -1;
     bool failed = false;
-    const char* at = bm.get_buffer_address(bnum, shmid, true);
-    if (at != nullptr && free_flag != 0 && block_in_pool(bm, bnum, shmid).at != nullptr)
-        say_cleaning<Form>(i, shmid, bnum, at, slot.head());
+    const block_place block = place_of(bm, bnum, shmid);
+    if (block.at != nullptr && free_flag != 0 && has_readable_head(*block.part, block.at))
+        say_cleaning<Form>(i, shmid, bnum, block.at, slot.head());
     try {
-        if (at != nullptr && give_back_listed(bm, bnum, shmid)) {
+        if (block.at != nullptr && (is_control_record(bm, bnum, shmid) || block.part->return_buffer(bnum))) {
             say("free_ev_slot(): failed to free id: %d bnum: %d", shmid, bnum);
             failed = true;
         }
@@ -156,7 +155,7 @@ bool BM::return_buffer_in_pool_ext(ZRK4_EVTYPE evtype, int bnum, int id)
         const int slot = bm_core::slot_for_return<Form>(*this, evtype, block_key, block_id);
         if (slot > 0) bm_core::take_out_entry<Form>(*this, slot, bnum, id);
     });
-    return bm_core::give_back_listed(*this, bnum, id);
+    return bm_core::is_control_record(*this, bnum, id) || return_buffer_in_pool(bnum, id);
 }
 
 namespace {

@@ -228,7 +228,7 @@ struct bm_core {
     /// `meant`: the event to free; another one that is in the slot by now is left alone. Null: whatever is in it.
     template <class Form> static bool free_slot(BM& bm, int slot, const slot_identity* meant);
     template <class Form> static bool free_slot_locked(BM& bm, int slot, const slot_lock& held);
-    static bool give_back_listed(BM& bm, int bnum, int shmid);
+    static bool is_control_record(const BM& bm, int bnum, int shmid);
     template <class Form> static bool return_block(BM& bm, const event_slot<Form>& slot, int i);
     template <class Form> static int slot_for_return(BM& bm, ZRK4_EVTYPE evtype, time_stamp key, int64_t id);
     template <class Form> static void take_out_entry(BM& bm, int slot_number, int bnum, int id);

@@ -26,7 +26,7 @@ inline bool has_readable_head(const C_shm_buffer& part, const char* at)
 /// Where a block lies; a null address when it cannot be had.
 struct block_place {
     char* at = nullptr;
-    const C_shm_buffer* part = nullptr;
+    C_shm_buffer* part = nullptr;
 
     /// Length of its buffer; what the block says about itself may be wrong.
     int64_t room() const { return at == nullptr ? 0 : part->getBufferLength(); }
@@ -36,7 +36,7 @@ struct block_place {
 /// always, is searched for once.
 inline block_place place_of(C_shm_mpool& pool, int bnum, int shmid)
 {
-    const C_shm_buffer* part = pool.find_by_id(shmid);
+    C_shm_buffer* part = pool.find_by_id(shmid);
     if (part == nullptr && pool.get_buffer_address(bnum, shmid, true) != nullptr) part = pool.find_by_id(shmid);
     return part == nullptr ? block_place{} : block_place{address_of(*part, bnum), part};
 }
