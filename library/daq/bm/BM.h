@@ -228,7 +228,7 @@ class BM_API BM : public C_shm_mpool {
     bool stop_reader();
     /// Body of the reader thread.
     void reader_exec();
-    /// Closes this object's socket when `*id` is its port; `*id` becomes -1 in any case.
+    /// Closes this object's socket when `*id` is its port; `*id` becomes -1. Nothing happens when it is below 0.
     void remove_queue(int* id);
 
     // ---- the monitor thread ---------------------------------------------------------------------------------------
