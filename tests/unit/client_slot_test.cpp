@@ -147,8 +147,10 @@ TEST_F(ClientSlot, BufferTooShortForARecordIsNone)
 {
     const C_shm_buffer shorter("T_SHORT", 2, 47, true);
     EXPECT_FALSE(client_slot(shorter, 1));
+    EXPECT_FALSE(zrk4::impl::is_client_slot(&shorter, 1));
     const C_shm_buffer just("T_JUST", 2, 48, true);
     EXPECT_TRUE(client_slot(just, 1));
+    EXPECT_TRUE(zrk4::impl::is_client_slot(&just, 1));
     client_slot(just, 1).reader().nsblocks = 5;
     EXPECT_EQ(client_slot(just, 1).reader_names().count, 0);
 }
