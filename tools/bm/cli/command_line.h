@@ -6,48 +6,64 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <vector>
 
-#include <CLI/CLI.hpp>
-
+#include "cli/arguments.h"
 #include "cli/exit_status.h"
-#include "cli/limits.h"
 #include "cli/options.h"
 
 namespace bm {
+
+/// An option as it is typed and explained.
+struct described_option {
+    std::vector<std::string> long_names, short_names; ///< without dashes; none of an operand
+    std::string about;
+};
+
+/// A command, or what all commands have in common.
+struct described_command {
+    std::string name, about;
+    std::vector<described_option> options;
+};
 
 /// Collects the commands, reads the arguments, runs the one that was named.
 class command_line {
   public:
     command_line();
+    ~command_line();
 
     /// Adds a command.
-    /// @param declare  adds its options to the parser, bound to the Options
+    /// @param declare  declares its options, bound to the Options
     /// @param run      does it; may throw failure
     template <class Options>
-    void add(const std::string& name, const std::string& about, const std::function<void(CLI::App&, Options&)>& declare,
-             std::function<exit_status(const common_options&, const Options&)> run)
+    void add(const std::string& name, const std::string& about,
+             const std::function<void(arguments&, Options&)>& declare,
+             const std::function<exit_status(const common_options&, const Options&)>& run)
     {
         auto options = std::make_shared<Options>();
-        CLI::App* command = app_.add_subcommand(name, about);
-        command->fallthrough(); // common options are also understood behind the command
-        declare(*command, *options);
-        command->callback([this, options, run = std::move(run)] {
-            run_ = [options, run](const common_options& common) { return run(common, *options); };
-        });
+        arguments app =
+            add_command(name, about, [options, run](const common_options& common) { return run(common, *options); });
+        declare(app, *options);
     }
     /// Adds a command without options of its own.
-    void add(const std::string& name, const std::string& about, std::function<exit_status(const common_options&)> run);
+    void add(const std::string& name, const std::string& about,
+             const std::function<exit_status(const common_options&)>& run)
+    {
+        add_command(name, about, run);
+    }
 
     /// @return the exit status; every failure has been printed.
     exit_status run(int argc, const char* const* argv);
 
-    /// The parser, for a command that describes the others.
-    const CLI::App& parser() const { return app_; }
+    /// What all commands have in common.
+    described_command common() const;
+    std::vector<described_command> commands() const;
 
   private:
-    exit_status refuse(const CLI::ParseError& error) const;
+    arguments add_command(const std::string& name, const std::string& about,
+                          std::function<exit_status(const common_options&)> run);
 
-    CLI::App app_;
+    std::unique_ptr<CLI::App> app_;
     given_options given_;
     std::function<exit_status(const common_options&)> run_;
 };

@@ -77,7 +77,7 @@ std::string size_text(uint64_t bytes)
 
 std::string span_text(double seconds)
 {
-    if (seconds < 0) return "-" + span_text(-seconds);
+    if (seconds < 0) return fmt::format("-{}", span_text(-seconds));
     if (seconds < 1) return fmt::format("{:.0f} ms", seconds * 1000);
     if (seconds < 100) return fmt::format("{:.1f} s", seconds);
     const auto whole = static_cast<int64_t>(seconds);

@@ -49,15 +49,15 @@ exit_status look(const char* command, bool repair, const common_options& common,
     return seen.status();
 }
 
-void declare_common(CLI::App& app, check_options& options)
+void declare_common(arguments& app, check_options& options)
 {
-    app.add_option("NAME", options.names, "partitions to look at (default: the whole exchange)");
-    app.add_option("--observe", options.observe_s, "how long what may be movement is watched (5)")
-        ->check(between(0.0, 3600.0))
-        ->type_name("SECONDS");
-    app.add_option("--patience", options.patience_s, "how long one lock is waited for (1)")
-        ->check(between(0.0, 3600.0))
-        ->type_name("SECONDS");
+    app.option("NAME", options.names, "partitions to look at (default: the whole exchange)");
+    app.option("--observe", options.observe_s, "how long what may be movement is watched (5)")
+        .check(between(0.0, 3600.0))
+        .type_name("SECONDS");
+    app.option("--patience", options.patience_s, "how long one lock is waited for (1)")
+        .check(between(0.0, 3600.0))
+        .type_name("SECONDS");
 }
 
 } // namespace
@@ -66,10 +66,10 @@ void add_check(command_line& line)
 {
     line.add<check_options>(
         "check", "everything that must hold of the partitions, in words",
-        [](CLI::App& app, check_options& options) {
+        [](arguments& app, check_options& options) {
             declare_common(app, options);
-            app.add_flag("--held", options.held,
-                         "also list buffers that a live process held, without an event, all the time");
+            app.flag("--held", options.held,
+                     "also list buffers that a live process held, without an event, all the time");
         },
         [](const common_options& common, const check_options& options) {
             return look("check", false, common, options);
@@ -80,11 +80,11 @@ void add_repair(command_line& line)
 {
     line.add<check_options>(
         "repair", "mends what dead processes left; never what a live one may hold",
-        [](CLI::App& app, check_options& options) {
+        [](arguments& app, check_options& options) {
             declare_common(app, options);
-            app.add_flag("--dry-run", options.dry_run, "change nothing; say what is broken");
-            app.add_flag("--orphan-sets", options.orphan_sets,
-                         "also remove semaphore sets that no partition names: they may be another program's");
+            app.flag("--dry-run", options.dry_run, "change nothing; say what is broken");
+            app.flag("--orphan-sets", options.orphan_sets,
+                     "also remove semaphore sets that no partition names: they may be another program's");
         },
         [](const common_options& common, const check_options& options) {
             return look("repair", !options.dry_run, common, options);

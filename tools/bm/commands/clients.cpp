@@ -174,9 +174,9 @@ void add_clients(command_line& line)
 {
     line.add<clients_options>(
         "clients", "who is subscribed, alive or not, and how many events they get",
-        [](CLI::App& app, clients_options& options) {
-            app.add_option("-i,--interval", options.seconds, "count events for this many seconds and show their rate")
-                ->check(between(0.05, 3600.0));
+        [](arguments& app, clients_options& options) {
+            app.option("-i,--interval", options.seconds, "count events for this many seconds and show their rate")
+                .check(between(0.05, 3600.0));
         },
         clients);
 }

@@ -15,32 +15,27 @@ struct completion_options {
 };
 
 /// "--json", "-n": as they are typed.
-std::vector<std::string> spellings(const CLI::Option& option)
+std::vector<std::string> spellings(const described_option& option)
 {
     std::vector<std::string> all;
-    for (const std::string& name : option.get_lnames()) all.push_back("--" + name);
-    for (const std::string& name : option.get_snames()) all.push_back("-" + name);
+    for (const std::string& name : option.long_names) all.push_back("--" + name);
+    for (const std::string& name : option.short_names) all.push_back("-" + name);
     return all;
 }
 
-std::string all_spellings(const CLI::App& app)
+std::string all_spellings(const described_command& command)
 {
     std::string text;
-    for (const CLI::Option* option : app.get_options()) {
-        for (const std::string& name : spellings(*option)) text += (text.empty() ? "" : " ") + name;
+    for (const described_option& option : command.options) {
+        for (const std::string& name : spellings(option)) text += (text.empty() ? "" : " ") + name;
     }
     return text;
 }
 
-std::vector<const CLI::App*> commands_of(const CLI::App& app)
-{
-    return app.get_subcommands([](const CLI::App*) { return true; });
-}
-
-std::string names_of(const std::vector<const CLI::App*>& commands)
+std::string names_of(const std::vector<described_command>& commands)
 {
     std::string text;
-    for (const CLI::App* each : commands) text += (text.empty() ? "" : " ") + each->get_name();
+    for (const described_command& each : commands) text += (text.empty() ? "" : " ") + each.name;
     return text;
 }
 
@@ -55,67 +50,68 @@ std::string quoted(const std::string& text)
     return safe;
 }
 
-std::string for_bash(const CLI::App& app)
+std::string for_bash(const command_line& line)
 {
+    const described_command common = line.common();
     std::string text = "# bash completion of bm: bm completion bash > /etc/bash_completion.d/bm\n_bm() {\n"
                        "    local word=${COMP_WORDS[COMP_CWORD]} command= i\n"
                        "    for ((i = 1; i < COMP_CWORD; ++i)); do\n"
                        "        case ${COMP_WORDS[i]} in\n";
     std::string cases;
-    for (const CLI::App* each : commands_of(app)) {
-        cases += fmt::format("        {}) COMPREPLY=($(compgen -W '{} {}' -- \"$word\")) ;;\n", each->get_name(),
-                             all_spellings(*each), all_spellings(app));
+    for (const described_command& each : line.commands()) {
+        cases += fmt::format("        {}) COMPREPLY=($(compgen -W '{} {}' -- \"$word\")) ;;\n", each.name,
+                             all_spellings(each), all_spellings(common));
     }
-    std::string names = names_of(commands_of(app));
+    std::string names = names_of(line.commands());
     std::string pattern = names;
     for (char& c : pattern) c = c == ' ' ? '|' : c;
     text += fmt::format("            {}) command=${{COMP_WORDS[i]}}; break ;;\n        esac\n    done\n", pattern);
     text += "    case $command in\n" + cases;
     text +=
         fmt::format("        *) COMPREPLY=($(compgen -W '{} {}' -- \"$word\")) ;;\n    esac\n}}\ncomplete -F _bm bm\n",
-                    names, all_spellings(app));
+                    names, all_spellings(common));
     return text;
 }
 
-std::string for_zsh(const CLI::App& app)
+std::string for_zsh(const command_line& line)
 {
+    const described_command common = line.common();
     std::string text =
         "#compdef bm\n# zsh completion of bm: bm completion zsh > a directory of $fpath, as _bm\n_bm() {\n"
         "    local -a commands options\n    commands=(\n";
-    for (const CLI::App* each : commands_of(app))
-        text += fmt::format("        '{}:{}'\n", each->get_name(), quoted(each->get_description()));
+    for (const described_command& each : line.commands())
+        text += fmt::format("        '{}:{}'\n", each.name, quoted(each.about));
     text += "    )\n    case ${words[2]} in\n";
-    for (const CLI::App* each : commands_of(app)) {
-        text +=
-            fmt::format("        {}) options=({} {}) ;;\n", each->get_name(), all_spellings(*each), all_spellings(app));
+    for (const described_command& each : line.commands()) {
+        text += fmt::format("        {}) options=({} {}) ;;\n", each.name, all_spellings(each), all_spellings(common));
     }
-    text += fmt::format("        *) options=({}) ;;\n    esac\n", all_spellings(app));
+    text += fmt::format("        *) options=({}) ;;\n    esac\n", all_spellings(common));
     return text +
            "    if ((CURRENT == 2)); then _describe command commands; fi\n    compadd -- $options\n}\n_bm \"$@\"\n";
 }
 
-std::string fish_option(const CLI::Option& option, const std::string& condition)
+std::string fish_option(const described_option& option, const std::string& condition)
 {
     std::string text = "complete -c bm" + condition;
-    for (const std::string& name : option.get_lnames()) text += " -l " + name;
-    for (const std::string& name : option.get_snames()) text += " -s " + name;
-    return text + fmt::format(" -d '{}'\n", quoted(option.get_description()));
+    for (const std::string& name : option.long_names) text += " -l " + name;
+    for (const std::string& name : option.short_names) text += " -s " + name;
+    return text + fmt::format(" -d '{}'\n", quoted(option.about));
 }
 
-std::string for_fish(const CLI::App& app)
+std::string for_fish(const command_line& line)
 {
+    const described_command common = line.common();
     std::string text = "# fish completion of bm: bm completion fish > ~/.config/fish/completions/bm.fish\n"
                        "complete -c bm -f\n";
-    for (const CLI::App* each : commands_of(app)) {
-        text += fmt::format("complete -c bm -n __fish_use_subcommand -a {} -d '{}'\n", each->get_name(),
-                            quoted(each->get_description()));
-        for (const CLI::Option* option : each->get_options()) {
-            if (!spellings(*option).empty())
-                text += fish_option(*option, fmt::format(" -n '__fish_seen_subcommand_from {}'", each->get_name()));
+    for (const described_command& each : line.commands()) {
+        text += fmt::format("complete -c bm -n __fish_use_subcommand -a {} -d '{}'\n", each.name, quoted(each.about));
+        for (const described_option& option : each.options) {
+            if (!spellings(option).empty())
+                text += fish_option(option, fmt::format(" -n '__fish_seen_subcommand_from {}'", each.name));
         }
     }
-    for (const CLI::Option* option : app.get_options()) {
-        if (!spellings(*option).empty()) text += fish_option(*option, "");
+    for (const described_option& option : common.options) {
+        if (!spellings(option).empty()) text += fish_option(option, "");
     }
     return text;
 }
@@ -126,17 +122,13 @@ void add_completion(command_line& line)
 {
     line.add<completion_options>(
         "completion", "what a shell needs to complete this command",
-        [](CLI::App& app, completion_options& options) {
-            app.add_option("SHELL", options.shell, "bash, zsh or fish")
-                ->required()
-                ->check(CLI::IsMember({"bash", "zsh", "fish"}))
-                ->type_name("bash|zsh|fish");
+        [](arguments& app, completion_options& options) {
+            app.option("SHELL", options.shell, "bash, zsh or fish").required().one_of({"bash", "zsh", "fish"});
         },
         [&line](const common_options& common, const completion_options& options) {
-            const CLI::App& app = line.parser();
-            const std::string script = options.shell == "bash"  ? for_bash(app)
-                                       : options.shell == "zsh" ? for_zsh(app)
-                                                                : for_fish(app);
+            const std::string script = options.shell == "bash"  ? for_bash(line)
+                                       : options.shell == "zsh" ? for_zsh(line)
+                                                                : for_fish(line);
             if (common.json) {
                 json shown = document("completion");
                 shown["shell"] = options.shell;

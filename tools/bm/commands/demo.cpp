@@ -270,10 +270,10 @@ void add_demo(command_line& line)
 {
     line.add<demo_options>(
         "demo", "a whole exchange for a few seconds, under names of its own",
-        [](CLI::App& app, demo_options& options) {
-            app.add_option("--seconds", options.seconds, "length of the run (10)")->check(between(1.0, 3600.0));
-            app.add_flag("--faults", options.faults, "kill writers and readers at random, and show the recovery");
-            app.add_option("--seed", options.seed, "of the choice who is killed (0)");
+        [](arguments& app, demo_options& options) {
+            app.option("--seconds", options.seconds, "length of the run (10)").check(between(1.0, 3600.0));
+            app.flag("--faults", options.faults, "kill writers and readers at random, and show the recovery");
+            app.option("--seed", options.seed, "of the choice who is killed (0)");
         },
         run);
 }

@@ -114,9 +114,9 @@ void add_doctor(command_line& line)
 {
     line.add<doctor_options>(
         "doctor", "is this host fit for an exchange, and what mends it",
-        [](CLI::App& app, doctor_options& options) {
+        [](arguments& app, doctor_options& options) {
             declare_load(app, options.wanted);
-            app.add_option("--time-mask", options.time_mask, "of the clients (20000)")->type_name("MICROSECONDS");
+            app.option("--time-mask", options.time_mask, "of the clients (20000)").type_name("MICROSECONDS");
         },
         doctor);
 }

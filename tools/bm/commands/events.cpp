@@ -212,13 +212,12 @@ void add_events(command_line& line)
 {
     line.add<events_options>(
         "events", "events in the slots, what they wait for, and who owes it",
-        [](CLI::App& app, events_options& options) {
-            app.add_flag("--open", options.open, "only events that a client has not done with");
-            app.add_flag("--incomplete", options.incomplete, "only events with blocks missing");
-            app.add_option("--slow", options.slow, "only events older than this many seconds (1)")
-                ->expected(0, 1)
-                ->default_str("1")
-                ->check(not_negative());
+        [](arguments& app, events_options& options) {
+            app.flag("--open", options.open, "only events that a client has not done with");
+            app.flag("--incomplete", options.incomplete, "only events with blocks missing");
+            app.option("--slow", options.slow, "only events older than this many seconds (1)")
+                .alone_means("1")
+                .check(not_negative());
         },
         events);
 }

@@ -4,7 +4,6 @@
 #include <charconv>
 
 #include "cli/failure.h"
-#include "cli/limits.h"
 
 namespace bm {
 namespace {
@@ -49,23 +48,21 @@ int64_t bytes_of(const std::string& text)
     return next == end ? value : value * unit_of(text, *next);
 }
 
-void declare_load(CLI::App& app, load_options& options)
+void declare_load(arguments& app, load_options& options)
 {
-    app.add_option("--preset", options.preset, "where the other numbers come from (beamline)")
-        ->check(CLI::IsMember(preset_names()))
-        ->type_name("bench|beamline|hall|large");
-    app.add_option("--clients", options.clients, "processes that take part")->check(between(1, 1'000'000));
-    app.add_option("--blocks", options.blocks, "server blocks of one event")->check(between(1, 1'000'000));
-    app.add_option("--rate", options.rate, "events per second")->check(between(0.001, 1e6))->type_name("HZ");
-    app.add_option("--block-size", options.groups,
-                   "bytes of a block, and how many of an event's blocks have that size; may be repeated")
-        ->type_name("BYTES[xCOUNT]");
-    app.add_option("--reader-time", options.reader_s, "from an event's first block until its last reader is done")
-        ->check(between(0.0, 1e5))
-        ->type_name("SECONDS");
-    app.add_option("--stall", options.stall_s, "for how long more what a dead reader holds is not back (6)")
-        ->check(between(0.0, 1e5))
-        ->type_name("SECONDS");
+    app.option("--preset", options.preset, "where the other numbers come from (beamline)").one_of(preset_names());
+    app.option("--clients", options.clients, "processes that take part").check(between(1, 1'000'000));
+    app.option("--blocks", options.blocks, "server blocks of one event").check(between(1, 1'000'000));
+    app.option("--rate", options.rate, "events per second").check(between(0.001, 1e6)).type_name("HZ");
+    app.option("--block-size", options.groups,
+               "bytes of a block, and how many of an event's blocks have that size; may be repeated")
+        .type_name("BYTES[xCOUNT]");
+    app.option("--reader-time", options.reader_s, "from an event's first block until its last reader is done")
+        .check(between(0.0, 1e5))
+        .type_name("SECONDS");
+    app.option("--stall", options.stall_s, "for how long more what a dead reader holds is not back (6)")
+        .check(between(0.0, 1e5))
+        .type_name("SECONDS");
 }
 
 load load_of(const load_options& given, const common_options& common)

@@ -7,8 +7,7 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
+#include "cli/arguments.h"
 #include "model/sizing.h"
 
 namespace bm {
@@ -20,7 +19,7 @@ struct load_options {
     std::vector<std::string> groups; ///< "BYTES" or "BYTESxCOUNT"
 };
 
-void declare_load(CLI::App& app, load_options& options);
+void declare_load(arguments& app, load_options& options);
 
 /// The preset (beamline where none is named), changed by what was given.
 /// @throws failure with exit_status::usage

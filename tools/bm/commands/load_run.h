@@ -3,8 +3,8 @@
 #ifndef ZRK4_TOOL_LOAD_RUN_H
 #define ZRK4_TOOL_LOAD_RUN_H
 
+#include "cli/arguments.h"
 #include "cli/exit_status.h"
-#include "cli/limits.h"
 #include "host/member.h"
 
 namespace bm {
@@ -16,12 +16,12 @@ struct load_run {
     double seconds = 0; ///< 0: no end
 };
 
-inline void declare_run(CLI::App& app, load_run& options)
+inline void declare_run(arguments& app, load_run& options)
 {
     declare_member(app, options.member);
-    app.add_option("--type", options.type, "event type (NORMAL)");
-    app.add_option("--count", options.count, "end after so many events")->check(above_zero());
-    app.add_option("--seconds", options.seconds, "end after this time")->check(above_zero());
+    app.option("--type", options.type, "event type (NORMAL)");
+    app.option("--count", options.count, "end after so many events").check(above_zero());
+    app.option("--seconds", options.seconds, "end after this time").check(above_zero());
 }
 
 /// Prints a balance. @param gave_up  it is one of a wait that was too long

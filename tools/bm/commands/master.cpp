@@ -135,18 +135,17 @@ void add_master(command_line& line)
 {
     line.add<master_options>(
         "master", "runs the master in the foreground, for a service manager",
-        [](CLI::App& app, master_options& options) {
+        [](arguments& app, master_options& options) {
             declare_member(app, options.member);
-            app.add_flag("--forced", options.forced,
-                         "remove slot partitions that are too small, and all of them at the end");
-            app.add_option("--clients", options.clients, "processes that take part (64)")->check(above_zero());
-            app.add_option("--client-slots", options.client_slots, "client slots (64 for each client)")
-                ->check(above_zero());
-            app.add_option("--blocks", options.blocks, "server blocks of one event (32)")->check(above_zero());
-            app.add_option("--rate", options.rate, "events per second, 32 slots for each (20)")->check(above_zero());
-            app.add_option("--period", options.period_us, "time between two rounds of the monitor (500000)")
-                ->check(between(1000, 60'000'000))
-                ->type_name("MICROSECONDS");
+            app.flag("--forced", options.forced,
+                     "remove slot partitions that are too small, and all of them at the end");
+            app.option("--clients", options.clients, "processes that take part (64)").check(above_zero());
+            app.option("--client-slots", options.client_slots, "client slots (64 for each client)").check(above_zero());
+            app.option("--blocks", options.blocks, "server blocks of one event (32)").check(above_zero());
+            app.option("--rate", options.rate, "events per second, 32 slots for each (20)").check(above_zero());
+            app.option("--period", options.period_us, "time between two rounds of the monitor (500000)")
+                .check(between(1000, 60'000'000))
+                .type_name("MICROSECONDS");
         },
         run);
 }

@@ -197,17 +197,17 @@ void add_read(command_line& line)
 {
     line.add<read_options>(
         "read", "reads events, checks the blocks of bm write, and takes stock",
-        [](CLI::App& app, read_options& options) {
+        [](arguments& app, read_options& options) {
             declare_run(app, options);
-            app.add_option("--blocks", options.blocks, "names of the blocks it waits for (all)")
-                ->delimiter(',')
-                ->type_name("A,B");
-            app.add_option("--work", options.work_ms, "time that it spends on each event (0)")
-                ->check(between(0.0, 60000.0))
-                ->type_name("MILLISECONDS");
-            app.add_option("--patience", options.patience, "end when nothing came for so long; 0: never (10)")
-                ->check(between(0.0, 1e6))
-                ->type_name("SECONDS");
+            app.option("--blocks", options.blocks, "names of the blocks it waits for (all)")
+                .delimiter(',')
+                .type_name("A,B");
+            app.option("--work", options.work_ms, "time that it spends on each event (0)")
+                .check(between(0.0, 60000.0))
+                .type_name("MILLISECONDS");
+            app.option("--patience", options.patience, "end when nothing came for so long; 0: never (10)")
+                .check(between(0.0, 1e6))
+                .type_name("SECONDS");
         },
         run);
 }

@@ -105,9 +105,9 @@ void add_rm(command_line& line)
 {
     line.add<rm_options>(
         "rm", "removes a partition",
-        [](CLI::App& app, rm_options& options) {
-            app.add_option("NAME", options.name, "its name")->required();
-            app.add_flag("--force", options.force, "given twice: also while live processes use it");
+        [](arguments& app, rm_options& options) {
+            app.option("NAME", options.name, "its name").required();
+            app.flag("--force", options.force, "given twice: also while live processes use it");
         },
         rm);
 }

@@ -175,9 +175,9 @@ void add_show(command_line& line)
 {
     line.add<show_options>(
         "show", "a partition's control block and buffers, and who holds each",
-        [](CLI::App& app, show_options& options) {
-            app.add_option("NAME", options.name, "name of the partition")->required();
-            app.add_flag("--held", options.held, "only the buffers that are out");
+        [](arguments& app, show_options& options) {
+            app.option("NAME", options.name, "name of the partition").required();
+            app.flag("--held", options.held, "only the buffers that are out");
         },
         show);
 }

@@ -139,11 +139,10 @@ void add_size(command_line& line)
 {
     line.add<size_options>(
         "size", "what partitions and kernel settings a load needs",
-        [](CLI::App& app, size_options& options) {
+        [](arguments& app, size_options& options) {
             declare_load(app, options.wanted);
-            app.add_option("--emit", options.emit, "print a program that makes them, a file for /etc/sysctl.d, or JSON")
-                ->check(CLI::IsMember({"c++", "sysctl", "json"}))
-                ->type_name("c++|sysctl|json");
+            app.option("--emit", options.emit, "print a program that makes them, a file for /etc/sysctl.d, or JSON")
+                .one_of({"c++", "sysctl", "json"});
         },
         size);
 }

@@ -57,11 +57,11 @@ std::chrono::microseconds pace::until(clock::time_point when)
     return std::max(left, std::chrono::microseconds(0));
 }
 
-void declare_pace(CLI::App& app, pace& options)
+void declare_pace(arguments& app, pace& options)
 {
-    app.add_option("-i,--interval", options.seconds, "seconds between two looks (1)")->check(between(0.05, 3600.0));
-    app.add_option("-n,--count", options.count, "lines, then end; not on a terminal of top (0: until interrupted)")
-        ->check(not_negative());
+    app.option("-i,--interval", options.seconds, "seconds between two looks (1)").check(between(0.05, 3600.0));
+    app.option("-n,--count", options.count, "lines, then end; not on a terminal of top (0: until interrupted)")
+        .check(not_negative());
 }
 
 exit_status print_stat_lines(const common_options& common, const pace& pace)

@@ -5,8 +5,7 @@
 
 #include <chrono>
 
-#include <CLI/CLI.hpp>
-
+#include "cli/arguments.h"
 #include "cli/exit_status.h"
 #include "cli/options.h"
 
@@ -27,7 +26,7 @@ struct pace {
     static std::chrono::microseconds until(clock::time_point when);
 };
 
-void declare_pace(CLI::App& app, pace& options);
+void declare_pace(arguments& app, pace& options);
 
 /// @throws failure when there is no exchange at the start
 exit_status print_stat_lines(const common_options& common, const pace& pace);

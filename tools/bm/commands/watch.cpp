@@ -167,24 +167,22 @@ void add_watch(command_line& line)
 {
     line.add<watch_options>(
         "watch", "joins as a reader and prints heads, channels and values",
-        [](CLI::App& app, watch_options& options) {
+        [](arguments& app, watch_options& options) {
             declare_member(app, options.member);
-            app.add_option("TYPE", options.type, "event type: a number or a name, as NORMAL")->required();
-            app.add_option("-n,--events", options.events, "end after so many events")->check(above_zero());
-            app.add_option("--mask", options.mask, "trigger mask: events that share a bit with it (-1)");
-            app.add_option("--ratio", options.ratio_s,
-                           "take an event that the mask misses after so long; 0: every one (0)")
-                ->check(between(0.0, 1e6))
-                ->type_name("SECONDS");
-            app.add_option("--blocks", options.blocks, "names of the blocks it waits for (all)")
-                ->delimiter(',')
-                ->type_name("A,B");
-            app.add_option("--slow", options.slow, "slow channels to read by name")->delimiter(',')->type_name("A,B");
-            app.add_option("--values", options.shown, "how the data of a channel are read (f64)")
-                ->check(CLI::IsMember({"f64", "f32", "i32", "i16", "hex"}))
-                ->type_name("f64|f32|i32|i16|hex");
-            app.add_option("--most", options.most, "values of each channel (4)")->check(between(0, 1'000'000));
-            app.add_option("--seconds", options.seconds, "end after this time")->check(above_zero());
+            app.option("TYPE", options.type, "event type: a number or a name, as NORMAL").required();
+            app.option("-n,--events", options.events, "end after so many events").check(above_zero());
+            app.option("--mask", options.mask, "trigger mask: events that share a bit with it (-1)");
+            app.option("--ratio", options.ratio_s, "take an event that the mask misses after so long; 0: every one (0)")
+                .check(between(0.0, 1e6))
+                .type_name("SECONDS");
+            app.option("--blocks", options.blocks, "names of the blocks it waits for (all)")
+                .delimiter(',')
+                .type_name("A,B");
+            app.option("--slow", options.slow, "slow channels to read by name").delimiter(',').type_name("A,B");
+            app.option("--values", options.shown, "how the data of a channel are read (f64)")
+                .one_of({"f64", "f32", "i32", "i16", "hex"});
+            app.option("--most", options.most, "values of each channel (4)").check(between(0, 1'000'000));
+            app.option("--seconds", options.seconds, "end after this time").check(above_zero());
         },
         run);
 }

@@ -83,10 +83,10 @@ void add_why(command_line& line)
 {
     line.add<why_options>(
         "why", "why an event is still there, in sentences",
-        [](CLI::App& app, why_options& options) {
-            app.add_option("EVENT", options.which, "a slot's number, a key (seconds:microseconds) or an event id")
-                ->type_name("SLOT|KEY")
-                ->required();
+        [](arguments& app, why_options& options) {
+            app.option("EVENT", options.which, "a slot's number, a key (seconds:microseconds) or an event id")
+                .type_name("SLOT|KEY")
+                .required();
         },
         why);
 }

@@ -254,20 +254,17 @@ void add_write(command_line& line)
 {
     line.add<write_options>(
         "write", "writes blocks of a given size, rate and count, and takes stock",
-        [](CLI::App& app, write_options& options) {
+        [](arguments& app, write_options& options) {
             declare_run(app, options);
-            app.add_option("--name", options.name, "name of the block; of several with .1, .2 behind it (LOAD)");
-            app.add_option("--blocks", options.blocks, "blocks of each event (1)")->check(between(1, 10000));
-            app.add_option("--size", options.size, "bytes of each block (4k)")->type_name("BYTES");
-            app.add_option("--rate", options.rate, "events per second (10)")
-                ->check(between(0.001, 1e6))
-                ->type_name("HZ");
-            app.add_option("--buffers", options.buffers, "buffers of its partition (64)")->check(between(1, 32767));
-            app.add_option("--partition", options.partition, "name of its partition (BM_LOAD.NAME)");
-            app.add_option("--patience", options.patience,
-                           "how long it waits for a buffer, and for all at the end (10)")
-                ->check(between(0.0, 86400.0))
-                ->type_name("SECONDS");
+            app.option("--name", options.name, "name of the block; of several with .1, .2 behind it (LOAD)");
+            app.option("--blocks", options.blocks, "blocks of each event (1)").check(between(1, 10000));
+            app.option("--size", options.size, "bytes of each block (4k)").type_name("BYTES");
+            app.option("--rate", options.rate, "events per second (10)").check(between(0.001, 1e6)).type_name("HZ");
+            app.option("--buffers", options.buffers, "buffers of its partition (64)").check(between(1, 32767));
+            app.option("--partition", options.partition, "name of its partition (BM_LOAD.NAME)");
+            app.option("--patience", options.patience, "how long it waits for a buffer, and for all at the end (10)")
+                .check(between(0.0, 86400.0))
+                .type_name("SECONDS");
         },
         run);
 }

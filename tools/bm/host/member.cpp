@@ -23,13 +23,11 @@ bool is_there(const std::string& name)
 
 } // namespace
 
-void declare_member(CLI::App& app, member_options& options)
+void declare_member(arguments& app, member_options& options)
 {
-    app.add_option("--mode", options.mode, "how blocks find their event (time)")
-        ->check(CLI::IsMember({"time", "evid"}))
-        ->type_name("time|evid");
-    app.add_option("--time-mask", options.time_mask, "keys this close are one event, as in all other clients (20000)")
-        ->type_name("MICROSECONDS");
+    app.option("--mode", options.mode, "how blocks find their event (time)").one_of({"time", "evid"});
+    app.option("--time-mask", options.time_mask, "keys this close are one event, as in all other clients (20000)")
+        .type_name("MICROSECONDS");
 }
 
 void name_slot_partitions(const common_options& common)

@@ -7,9 +7,8 @@
 #include <string>
 #include <string_view>
 
-#include <CLI/CLI.hpp>
-
 #include "BM.h"
+#include "cli/arguments.h"
 #include "cli/options.h"
 #include "cli/output.h"
 
@@ -21,7 +20,7 @@ struct member_options {
     unsigned long time_mask = 20000;
 };
 
-void declare_member(CLI::App& app, member_options& options);
+void declare_member(arguments& app, member_options& options);
 
 /// Puts the names into the environment, from which a BM takes them. Before the first BM is made.
 void name_slot_partitions(const common_options& common);
