@@ -56,8 +56,10 @@ std::vector<std::string> host_directory(const std::string& path)
 {
     std::vector<std::string> names;
     std::error_code error;
-    for (const auto& entry : std::filesystem::directory_iterator(host_path(path), error))
-        names.push_back(entry.path().filename());
+    // A process may end while its directory is read: that is the end of it, and no failure.
+    std::filesystem::directory_iterator at(host_path(path), error);
+    for (; !error && at != std::filesystem::directory_iterator(); at.increment(error))
+        names.push_back(at->path().filename());
     std::sort(names.begin(), names.end());
     return names;
 }
