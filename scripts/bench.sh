@@ -8,6 +8,7 @@
 #        scripts/bench.sh --canary                slows the library's locks down: goals must fall
 #        scripts/bench.sh --recovery [ROUNDS]     what a death costs, and the monitor
 #        scripts/bench.sh --channels [ARGUMENT...]  what a look-up of a channel costs, beside a plain loop
+#        scripts/bench.sh --operator [RUNS]       how long bm looks at a host whose thousands of slots are all taken
 set -euo pipefail
 . "$(dirname "$0")/lib.sh"
 
@@ -27,6 +28,14 @@ channels() {
     "$bin/bm_channels" "$record" "$@"
     printf 'record: %s\n' "$record"
     exec "$bin/bm_channels_verdict" "${judge[@]}" "$record"
+}
+
+# The host is made by hand, with what the tests have for that.
+operator() {
+    scripts/install-deps.sh test
+    quietly cmake --preset release
+    build_program build bm_large_host_times
+    exec "$bin/bm_large_host_times" "$@"
 }
 
 judge() {
@@ -49,7 +58,7 @@ canary() {
 }
 
 case ${1:-} in
-    --recovery | --channels | --judge | --curves | --canary)
+    --recovery | --channels | --operator | --judge | --curves | --canary)
         what=${1#--}
         shift
         "$what" "$@"

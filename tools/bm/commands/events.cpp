@@ -1,12 +1,14 @@
 // bm events: the events in the slots, what each still waits for, and who owes it.
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include <fmt/format.h>
 
 #include "cli/output.h"
 #include "commands/commands.h"
 #include "host/clock.h"
+#include "host/in_parts.h"
 #include "model/exchange.h"
 
 namespace bm {
@@ -131,11 +133,15 @@ json to_json(const shown_event& shown, const exchange& seen, processes& known)
     return all;
 }
 
-/// Each event is told as soon as its debts are known: of thousands nothing is kept but their lines.
-template <class Tell> bool for_each_wanted(const exchange& seen, const events_options& options, Tell tell)
+int count_of(const exchange& seen) { return static_cast<int>(seen.events.all().size()); }
+
+/// Of the events from the `first` on: each is told as soon as its debts are known, and nothing is kept but its line.
+template <class Tell>
+bool for_each_wanted(const exchange& seen, int first, int last, const events_options& options, Tell tell)
 {
     bool fine = true;
-    for (const event& one : seen.events.all()) {
+    for (int i = first; i < last; ++i) {
+        const event& one = seen.events.all()[static_cast<size_t>(i)];
         if (!is_wanted(one, options, seen.now)) continue;
         shown_event shown{&one, debts_of(one, seen.clients), 0};
         shown.lost = unaccounted(one, shown.debts);
@@ -161,9 +167,28 @@ std::vector<std::string> cells_of(const shown_event& shown, const exchange& seen
             remark(one, seen.now)};
 }
 
-bool print_text(const exchange& seen, const events_options& options, bool color)
+struct event_line {
+    std::vector<std::string> cells;
+    tone how;
+};
+struct event_lines {
+    std::vector<event_line> all;
+    bool fine = true;
+};
+
+event_lines lines_of(const exchange& seen, int first, int last, const events_options& options)
 {
     processes known(seen.clients_part.where.uid);
+    event_lines lines;
+    lines.fine = for_each_wanted(seen, first, last, options, [&](const shown_event& one) {
+        lines.all.push_back(
+            {cells_of(one, seen, known), needs_attention(*one.what, seen.now) ? tone::bad : tone::plain});
+    });
+    return lines;
+}
+
+bool print_text(const exchange& seen, const events_options& options, bool color)
+{
     table lines({{"SLOT", table::right},
                  {"TYPE"},
                  {"KEY"},
@@ -175,9 +200,12 @@ bool print_text(const exchange& seen, const events_options& options, bool color)
                  {"CLIENTS"},
                  {"MISSING"},
                  {"REMARK"}});
-    const bool fine = for_each_wanted(seen, options, [&](const shown_event& one) {
-        lines.row(cells_of(one, seen, known), needs_attention(*one.what, seen.now) ? tone::bad : tone::plain);
-    });
+    bool fine = true;
+    for (event_lines& part : in_parts<event_lines>(
+             0, count_of(seen), [&](int first, int last) { return lines_of(seen, first, last, options); })) {
+        for (event_line& line : part.all) lines.row(std::move(line.cells), line.how);
+        fine &= part.fine;
+    }
     print(fmt::format("{}: {} of {} slots in use, records of {}\n", printable(seen.events_part.name),
                       seen.events.all().size(), seen.events.slots(), static_cast<int>(seen.events.form())));
     if (!lines.empty()) print(lines.text(color));
@@ -193,8 +221,9 @@ bool print_json(const exchange& seen, const events_options& options)
     shown["slots"] = seen.events.slots();
     shown["in_use"] = seen.events.all().size();
     shown["events"] = json::array();
-    const bool fine = for_each_wanted(
-        seen, options, [&](const shown_event& one) { shown["events"].push_back(to_json(one, seen, known)); });
+    const bool fine = for_each_wanted(seen, 0, count_of(seen), options, [&](const shown_event& one) {
+        shown["events"].push_back(to_json(one, seen, known));
+    });
     print_document(shown);
     return fine;
 }

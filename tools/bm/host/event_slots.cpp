@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cstring>
+#include <iterator>
 
 #include <fmt/format.h>
 
 #include "cli/failure.h"
 #include "host/clock.h"
+#include "host/in_parts.h"
 #include "host/names.h"
 #include "host/records_shown.h"
 #include "slot_form.h"
@@ -27,19 +29,24 @@ template <class Form> class slots_look {
         find_table();
     }
 
-    void take(std::vector<event>& all, std::vector<event>& past)
+    struct seen_events {
+        std::vector<event> all, past;
+    };
+    seen_events take(int first, int last) const
     {
-        all.reserve(static_cast<size_t>(part_.out()));
-        for (int slot = 1; slot < part_.buffers(); ++slot) {
+        seen_events seen;
+        seen.all.reserve(static_cast<size_t>(std::clamp(last - first, 0, part_.out())));
+        for (int slot = first; slot < last; ++slot) {
             part_.read_ahead(slot, mapped_);
             const bool out = !part_.descriptor(slot).queued();
             const entry_t now = entry(slot);
             if (out || now.status == EVT_C_USED) {
-                all.push_back(look_at(slot, out));
+                seen.all.push_back(look_at(slot, out));
             } else if (how_ != depth::whole && now.key.timeup != 0) { // it was in use once: its page is there
-                past.push_back(look_at(slot, out));
+                seen.past.push_back(look_at(slot, out));
             }
         }
+        return seen;
     }
 
   private:
@@ -58,7 +65,7 @@ template <class Form> class slots_look {
         return now;
     }
 
-    event look_at(int slot, bool out)
+    event look_at(int slot, bool out) const
     {
         event one;
         const std::optional<uint64_t> at = part_.offset(slot);
@@ -81,7 +88,7 @@ template <class Form> class slots_look {
         return one;
     }
 
-    event event_of(uint64_t at, const head_t& head)
+    event event_of(uint64_t at, const head_t& head) const
     {
         event one;
         one.key = head.time;
@@ -102,7 +109,7 @@ template <class Form> class slots_look {
     }
 
     // A count that the slot has no room for is cut to what it has.
-    void read_body(event& one, uint64_t at, int room)
+    void read_body(event& one, uint64_t at, int room) const
     {
         constexpr int CLIENT = sizeof(zrk4_client_block), ENTRY = sizeof(zrk4_client_sblock_data);
         if (how_ == depth::heads && idle_seconds(one, now_) < STILL_S) return;
@@ -152,9 +159,25 @@ event_slots::event_slots(const partition& part, const read_only_segment& mapped,
     if (!form) form = shown ? shown : likely_records(part, mapped);
     form_ = form.value_or(records::of_2010);
     if (form_ == records::of_2024) {
-        slots_look<zrk4::impl::slots_2024>(part, mapped, how).take(all_, past_);
+        read<zrk4::impl::slots_2024>(part, mapped, how);
     } else {
-        slots_look<zrk4::impl::slots_2010>(part, mapped, how).take(all_, past_);
+        read<zrk4::impl::slots_2010>(part, mapped, how);
+    }
+}
+
+template <class Form> void event_slots::read(const partition& part, const read_only_segment& mapped, depth how)
+{
+    const slots_look<Form> look(part, mapped, how);
+    using seen_events = typename slots_look<Form>::seen_events;
+    std::vector<seen_events> parts;
+    if (how == depth::whole) {
+        parts = in_parts<seen_events>(1, part.buffers(), [&](int first, int last) { return look.take(first, last); });
+    } else { // too little to divide
+        parts.push_back(look.take(1, part.buffers()));
+    }
+    for (seen_events& each : parts) {
+        std::move(each.all.begin(), each.all.end(), std::back_inserter(all_));
+        std::move(each.past.begin(), each.past.end(), std::back_inserter(past_));
     }
 }
 

@@ -83,6 +83,8 @@ class event_slots {
     records form() const { return form_; }
 
   private:
+    template <class Form> void read(const partition& part, const read_only_segment& mapped, depth how);
+
     std::vector<event> all_; // by slot
     std::vector<event> past_;
     int slots_ = 0;

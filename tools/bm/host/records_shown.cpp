@@ -22,17 +22,18 @@ std::optional<records> records_of_table(const partition& part, const read_only_s
 
 std::optional<records> shown_records(const partition& part, const read_only_segment& mapped)
 {
-    bool in_use = false;
-    for (int slot = 1; slot < part.buffers(); ++slot) {
+    constexpr int ENOUGH = 64; // of thousands: one may have been taken and not been written yet
+    int in_use = 0;
+    for (int slot = 1; slot < part.buffers() && in_use < ENOUGH; ++slot) {
         if (part.descriptor(slot).queued()) continue;
         const std::optional<uint64_t> at = part.offset(slot);
         uint64_t first = 0;
         if (!at || part.length() < static_cast<int>(sizeof first)) continue;
         mapped.copy(*at, first);
         if (first == EV_SLOT_PATTERN_2024) return records::of_2024;
-        in_use |= first != 0; // a 2010 head begins with a time; one that is not written yet is zero
+        in_use += first != 0 ? 1 : 0; // a 2010 head begins with a time; one that is not written yet is zero
     }
-    return in_use ? std::optional(records::of_2010) : records_of_table(part, mapped);
+    return in_use > 0 ? std::optional(records::of_2010) : records_of_table(part, mapped);
 }
 
 // A master makes slots of a multiple of 8 bytes for the records of 2024, and of 4 more for those of 2010.

@@ -22,9 +22,10 @@ inline time_stamp seconds_ago(int seconds)
     return {static_cast<uint32_t>(t.tv_sec - seconds), static_cast<uint32_t>(t.tv_nsec / 1000)};
 }
 
-class AHost : public EventHost {
-  protected:
-    explicit AHost(const host_size& size = {}) : EventHost(size) {}
+/// Clients and events as their makers leave them.
+class host_by_hand : public event_host {
+  public:
+    using event_host::event_host;
 
     /// An event that began, and changed last, so many seconds ago.
     int event(int expected, int age = 0)
@@ -46,6 +47,11 @@ class AHost : public EventHost {
     {
         return client({.names = names, .pid = pid, .atime = seconds_ago(0), .port = port});
     }
+};
+
+class AHost : public BothGenerations, public host_by_hand {
+  protected:
+    explicit AHost(const host_size& size = {}) : host_by_hand(GetParam(), size) {}
 };
 
 } // namespace bm::test
