@@ -6,12 +6,15 @@ set -euo pipefail
 
 usage() {
     cat <<'TEXT'
-usage: scripts/kill-sweep.sh [--sample | --instructions [REGION]] [--role NAME] [--canary] [--resume] [--record FILE]
-       scripts/kill-sweep.sh --replay POINT [--canary]
+usage: scripts/kill-sweep.sh [--sample | --instructions [REGION]] [--role NAME] [--canary] [--with-command] [--resume]
+                             [--record FILE]
+       scripts/kill-sweep.sh --replay POINT [--canary] [--with-command]
   --sample   some points of every role, the same each time: a minute
   --instructions  at every instruction at which a lock is held, in all regions or one; goes on with its record
   --role     one role alone
   --canary   on a library without the second look at a returned buffer, which must be reported as not back
+  --with-command  bm check and bm repair in the place of the library's checker; with --canary a bm that does not see what
+             the dead have taken
   --resume   leave out the points that the record holds already
   --record   file of the raw record (build/release/kill-sweep.rec)
   --replay   one point, for instance writer:2010:time:2:before:17, with all that its processes print
@@ -25,14 +28,14 @@ name=kill-sweep
 record=
 resume=
 replay=
+canary=
+command=
 options=()
 while (($# > 0)); do
     case $1 in
         --sample) options+=(--sample) ;;
-        --canary)
-            program=kill_sweep_canary
-            name=kill-sweep-canary
-            ;;
+        --canary) canary=yes ;;
+        --with-command) command=bm ;;
         --resume) resume=yes ;;
         --instructions)
             name=kill-sweep-instructions
@@ -58,18 +61,34 @@ while (($# > 0)); do
     shift
 done
 
+guard="the missing guard"
+if [[ -n $canary ]]; then
+    name=kill-sweep-canary
+    if [[ -n $command ]]; then
+        command=bm_blind
+        guard="the blind command"
+        if [[ ${options[*]} != *--role* ]]; then options+=(--role writer --sample); fi
+    else
+        program=kill_sweep_canary
+        # The guard that it lacks matters where two processes return one buffer.
+        if [[ ${options[*]} != *--role* ]]; then options+=(--role second_return); fi
+    fi
+fi
+
 build_program build "$program"
-[[ -z $replay ]] || exec "build/release/bin/$program" --replay "$replay"
+if [[ -n $command ]]; then
+    build_program build "$command"
+    options+=(--with-command "$PWD/build/release/bin/$command")
+fi
+[[ -z $replay ]] || exec "build/release/bin/$program" "${options[@]}" --replay "$replay"
 build_program build kill_sweep_summary
 
-# The guard that the canary lacks matters where two processes return one buffer.
-if [[ $program == kill_sweep_canary && ${options[*]} != *--role* ]]; then options+=(--role second_return); fi
 record=${record:-build/release/$name.rec}
 # Instructions of another build are other points.
 if [[ -z $resume || build/release/lib/libZRK4bm.so -nt $record ]]; then rm -f "$record" "$record.stories"; fi
 "build/release/bin/$program" "${options[@]}" --record "$record" || die "the run broke off"
 status=0
 verdict=$(build/release/bin/kill_sweep_summary "$record") || status=$?
-if [[ $program == kill_sweep_canary ]]; then judge_canary "the missing guard"; fi
+if [[ -n $canary ]]; then judge_canary "$guard"; fi
 printf 'record: %s\n%s\n' "$record" "$verdict"
 exit "$status"

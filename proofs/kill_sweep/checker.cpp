@@ -2,19 +2,18 @@
 
 #include <chrono>
 
-#if __has_include("bm_check.h")
 #include "bm_check.h"
-#define ZRK4_HAS_CHECK 1
+#ifdef ZRK4_SWEEP_COMMAND
+#include "command.h"
 #endif
 
 namespace sweep {
-
-#ifdef ZRK4_HAS_CHECK
-
 namespace {
 
 // The host is at rest but for its monitor: what moves does so for microseconds.
 constexpr std::chrono::milliseconds OBSERVATION{300};
+
+std::string command; // empty: the library checks
 
 const char* text_of(bm_verdict verdict)
 {
@@ -28,9 +27,7 @@ const char* text_of(bm_verdict verdict)
     }
 }
 
-} // namespace
-
-checked check_host(bool wide, bool repair)
+checked check_with_library(bool wide, bool repair)
 {
     bm_check_request request;
     request.repair = repair;
@@ -51,13 +48,28 @@ checked check_host(bool wide, bool repair)
         seen.lines.push_back("not looked at: " + p.name + ' ' + p.text);
         ++seen.left;
     }
+    seen.saw_nothing = seen.lines.empty();
     return seen;
 }
 
+} // namespace
+
+bool check_by(const std::string& path)
+{
+#ifdef ZRK4_SWEEP_COMMAND
+    command = path;
+    return true;
 #else
-
-checked check_host(bool, bool) { return {}; }
-
+    return path.empty();
 #endif
+}
+
+checked check_host(bool wide, bool repair)
+{
+#ifdef ZRK4_SWEEP_COMMAND
+    if (!command.empty()) return check_with_command(command, wide, repair);
+#endif
+    return check_with_library(wide, repair);
+}
 
 } // namespace sweep

@@ -6,18 +6,20 @@
 
 #include <getopt.h>
 
+#include "checker.h"
 #include "plan.h"
 #include "runner.h"
 
 namespace {
 
 const char* const USAGE =
-    "usage: kill_sweep [--sample] [--instructions] [--role NAME] [--jobs N] --record FILE\n"
-    "       kill_sweep --replay POINT\n"
+    "usage: kill_sweep [--sample] [--instructions] [--role NAME] [--jobs N] [--with-command BM] --record FILE\n"
+    "       kill_sweep [--with-command BM] --replay POINT\n"
     "  --record  file for one line per point; points that it holds already are left out\n"
     "  --sample  some points of every role, the same each time\n"
     "  --role    one role only\n"
     "  --jobs    points side by side (12 per processor)\n"
+    "  --with-command  this program, bm, checks and repairs in the place of the library\n"
     "  --replay  one point, for instance writer:2010:time:2:before:17, with all that is printed\n";
 
 int replay(const std::string& name)
@@ -43,7 +45,7 @@ int replay(const std::string& name)
 }
 
 struct options {
-    std::string record, replay;
+    std::string record, replay, command;
     sweep::plan_options plan;
     int jobs = 12 * static_cast<int>(std::thread::hardware_concurrency());
 };
@@ -56,6 +58,7 @@ bool parse(int argc, char** argv, options& o)
                                    {"role", required_argument, nullptr, 'o'},
                                    {"instructions", no_argument, nullptr, 'i'},
                                    {"jobs", required_argument, nullptr, 'j'},
+                                   {"with-command", required_argument, nullptr, 'c'},
                                    {nullptr, 0, nullptr, 0}};
     for (int letter = 0; (letter = getopt_long(argc, argv, "", known, nullptr)) != -1;) {
         switch (letter) {
@@ -74,6 +77,9 @@ bool parse(int argc, char** argv, options& o)
         case 'o':
             o.plan.role = optarg;
             break;
+        case 'c':
+            o.command = optarg;
+            break;
         case 'j':
             o.jobs = std::atoi(optarg);
             break;
@@ -91,6 +97,10 @@ int main(int argc, char** argv)
     options o;
     if (!parse(argc, argv, o)) {
         std::cerr << USAGE;
+        return 2;
+    }
+    if (!sweep::check_by(o.command)) {
+        std::cerr << "kill_sweep: built without bm\n";
         return 2;
     }
     return o.replay.empty() ? sweep::run_plan(o.plan, o.record, o.jobs) : replay(o.replay);

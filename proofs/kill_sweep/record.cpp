@@ -59,7 +59,8 @@ std::string line_of(const result& r)
 {
     std::string line = name_of(r.at);
     std::replace(line.begin(), line.end(), ':', '\t');
-    for (const std::string& text : {r.call, r.status, std::string(text_of(r.what)), r.broken, r.findings, r.lost})
+    for (const std::string& text :
+         {r.call, r.status, std::string(text_of(r.what)), r.broken, r.findings, r.lost, r.command})
         line += '\t' + column(text);
     return line;
 }
@@ -67,13 +68,13 @@ std::string line_of(const result& r)
 std::optional<result> result_of(const std::string& line)
 {
     const std::vector<std::string> columns = columns_of(line);
-    if (columns.size() != 12) return std::nullopt;
+    if (columns.size() != 13) return std::nullopt;
     std::string name = columns[0];
     for (size_t i = 1; i < 6; ++i) name += ':' + columns[i];
     const auto at = point_named(name);
     const auto what = outcome_named(columns[8]);
     if (!at || !what) return std::nullopt;
-    return result{*at, columns[6], columns[7], *what, columns[9], columns[10], columns[11]};
+    return result{*at, columns[6], columns[7], *what, columns[9], columns[10], columns[11], columns[12]};
 }
 
 } // namespace sweep

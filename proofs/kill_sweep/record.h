@@ -27,6 +27,7 @@ struct result {
     std::string broken;   ///< claims that did not hold, separated by " | "; empty: all held
     std::string findings; ///< what was missing before the repair and what the checker said, likewise
     std::string lost;     ///< keys of the events that a surviving reader never got, separated by blanks
+    std::string command;  ///< exit statuses of bm check, bm repair and bm check again; empty: the library checked
 };
 
 inline constexpr const char* KILLED = "signal 9";

@@ -107,7 +107,7 @@ void say_where_it_hangs(int)
 {
     const char* phase = trial_phase;
     if (write(hanging_to, hanging_line.data(), hanging_line.size()) > 0 &&
-        write(hanging_to, phase, std::strlen(phase)) > 0 && write(hanging_to, "\t\t\n", 3) > 0)
+        write(hanging_to, phase, std::strlen(phase)) > 0 && write(hanging_to, "\t\t\t\n", 4) > 0)
         _exit(1);
     _exit(2);
 }
@@ -118,7 +118,7 @@ void watch_for_hanging(const point& at, int fd)
     hangs.at = at;
     hangs.broken = "hangs while it ";
     hanging_line = line_of(hangs);
-    hanging_line.resize(hanging_line.size() - 2); // two empty columns
+    hanging_line.resize(hanging_line.size() - 3); // three empty columns
     hanging_to = fd;
     signal(SIGALRM, say_where_it_hangs);
     alarm(PATIENCE_S);

@@ -224,6 +224,7 @@ checked stage::check(bool repair)
 {
     checked seen = check_host(at_.in.wide, repair);
     found_.insert(found_.end(), seen.lines.begin(), seen.lines.end());
+    broken_.insert(broken_.end(), seen.wrong.begin(), seen.wrong.end());
     repaired_ = repaired_ || repair;
     return seen;
 }

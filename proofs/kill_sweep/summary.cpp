@@ -38,6 +38,8 @@ void count(totals& t, const result& r)
         return;
     }
     ++t.points;
+    t.commanded += r.command.empty() ? 0 : 1;
+    t.attention += r.command.empty() || r.command[0] == '0' ? 0 : 1;
     t.monitor += r.what == outcome::monitor ? 1 : 0;
     t.repair += r.what == outcome::repair ? 1 : 0;
     t.undecidable += r.what == outcome::undecidable ? 1 : 0;
@@ -91,6 +93,8 @@ void summary::print(std::ostream& os) const
         os << name_of(r.at) << ' ' << r.call << ", " << r.status << ", " << text_of(r.what) << ": " << r.broken
            << (r.broken.empty() || r.findings.empty() ? "" : " | ") << r.findings << '\n';
     if (unreadable_ > 0) os << "lines that cannot be read: " << unreadable_ << '\n';
+    if (all_.commanded > 0)
+        os << "looked at by the command: " << all_.commanded << ", in need of attention: " << all_.attention << '\n';
     os << "kill points: " << all_.points << ", back by the monitor: " << all_.monitor
        << ", back by repair: " << all_.repair << ", undecidable: " << all_.undecidable
        << ", not back: " << all_.not_back << '\n';

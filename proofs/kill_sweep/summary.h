@@ -18,9 +18,11 @@ struct totals {
     int repair = 0;
     int undecidable = 0;
     int not_back = 0;
-    int ended = 0;  ///< runs of a role in which nobody was killed
-    int broken = 0; ///< lines with a claim that did not hold, among them that the victim was killed
-    int lost = 0;   ///< events
+    int ended = 0;     ///< runs of a role in which nobody was killed
+    int broken = 0;    ///< lines with a claim that did not hold, among them that the victim was killed
+    int lost = 0;      ///< events
+    int commanded = 0; ///< points at which the operator's command checked and repaired
+    int attention = 0; ///< of these, that it found something at
 };
 
 class summary {

@@ -130,6 +130,10 @@ class trial {
         std::vector<std::string> findings = missing;
         const bool all_back = missing.empty();
         const checked mended = stage_.check(true);
+        if (!all_back && mended.saw_nothing) stage_.say_broken("the check saw nothing of what is missing");
+        if (all_back && mended.by_command() && !mended.saw_nothing)
+            stage_.say_broken("bm check sees damage where nothing is missing");
+        end_.what.command = mended.statuses;
         if (!all_back) missing = count();
         findings.insert(findings.end(), stage_.found().begin(), stage_.found().end());
         for (const std::string& text : missing) findings.push_back("still missing: " + text);

@@ -47,13 +47,14 @@ result a_result()
             outcome::repair,
             "a | b",
             "DATA: buffer 3 is out, owner 7",
-            "1 2"};
+            "1 2",
+            "1 0 0"};
 }
 
 TEST(RecordLine, HoldsAColumnForEachPart)
 {
     EXPECT_EQ(line_of(a_result()), "reader\t2024\tevid\t3\tafter\t9\tsemtimedop\tsignal 9\trepair\ta | b\t"
-                                   "DATA: buffer 3 is out, owner 7\t1 2");
+                                   "DATA: buffer 3 is out, owner 7\t1 2\t1 0 0");
 }
 
 TEST(RecordLine, IsReadBackWhole)

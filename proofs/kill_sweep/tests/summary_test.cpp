@@ -11,7 +11,7 @@ namespace {
 
 result killed(const char* role, int number, outcome what)
 {
-    return {{role, {}, moment::before, number}, "semtimedop", KILLED, what, "", "", ""};
+    return {{role, {}, moment::before, number}, "semtimedop", KILLED, what, "", "", "", ""};
 }
 
 summary of(const std::vector<result>& results, const std::string& more = "")
@@ -109,6 +109,18 @@ TEST(SweepSummary, TakesThePointThatStandsTwiceOnce)
     const summary s = of({killed("writer", 1, outcome::not_back), killed("writer", 1, outcome::monitor)});
     EXPECT_EQ(s.all().points, 1);
     EXPECT_EQ(s.all().not_back, 0) << "the later line counts";
+}
+
+TEST(SweepSummary, CountsWhereTheCommandLookedAndWhereItFoundSomething)
+{
+    result fine = killed("writer", 1, outcome::monitor);
+    fine.command = "0 0 0";
+    result found = killed("writer", 2, outcome::repair);
+    found.command = "1 0 0";
+    const std::string text = printed(of({fine, found, killed("writer", 3, outcome::monitor)}));
+    EXPECT_NE(text.find("\nlooked at by the command: 2, in need of attention: 1\nkill points: 3,"), std::string::npos)
+        << text;
+    EXPECT_EQ(printed(of({killed("writer", 1, outcome::monitor)})).find("command"), std::string::npos);
 }
 
 TEST(SweepSummary, CountsLostEventsByTheirKeys)
