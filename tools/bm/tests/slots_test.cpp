@@ -1,5 +1,9 @@
 // bm clients and bm events on slots whose every byte is known.
+#include <numeric>
+#include <stdexcept>
+
 #include "a_host.h"
+#include "host/in_parts.h"
 #include "unit/udp_inbox.h"
 
 namespace bm::test {
@@ -189,6 +193,32 @@ TEST_P(Slots, NamesComeFromTheCommandLineOrTheEnvironment)
     EXPECT_EQ(run_bm({"events"}, {"ZRK4_EV_SHM_NAME=NO_EVENTS"}).status, 3);
     EXPECT_EQ(
         run_bm({"events", "--names", "ZRK4_CLIENT_SLOTS,ZRK4_EVENT_SLOTS"}, {"ZRK4_EV_SHM_NAME=NO_EVENTS"}).status, 0);
+}
+
+std::vector<int> numbers(int first, int last)
+{
+    std::vector<int> all(static_cast<size_t>(std::max(0, last - first)));
+    std::iota(all.begin(), all.end(), first);
+    return all;
+}
+
+TEST(InParts, EveryNumberIsMetOnceAndInOrder)
+{
+    for (const int last : {0, 1, 2, 511, 1025, 4097, 10000}) {
+        std::vector<int> met;
+        for (const std::vector<int>& part : in_parts<std::vector<int>>(1, last, numbers))
+            met.insert(met.end(), part.begin(), part.end());
+        EXPECT_EQ(met, numbers(1, last)) << last;
+    }
+}
+
+TEST(InParts, WhatAPartThrowsReachesTheCaller)
+{
+    const auto refuse_the_end = [](int, int last) {
+        if (last == 10000) throw std::runtime_error("the end");
+        return last;
+    };
+    EXPECT_THROW(in_parts<int>(0, 10000, refuse_the_end), std::runtime_error);
 }
 
 } // namespace
