@@ -38,7 +38,7 @@ void run(const options& o)
     const auto all = chosen(all_measurements(processors, o.seconds), o.only);
     if (all.empty()) throw std::runtime_error("no such scenario");
     int told = 0;
-    run_rounds(all, o.first_round, o.first_round + o.rounds - 1, [&](const figure_line& line) {
+    run_rounds(all, o.first_round, o.first_round + o.rounds - 1, o.turns, [&](const figure_line& line) {
         if (line.round != told) std::fprintf(stderr, "round %d, load %.1f\n", told = line.round, load());
         write(to_text(line));
     });

@@ -7,12 +7,13 @@
 namespace bench {
 
 const char* const USAGE =
-    "usage: bm_bench [--rounds N] [--first-round N] [--seconds S] [--processors A[,B]] [--only PREFIX,...]\n"
-    "                [--record FILE] [--short]\n"
+    "usage: bm_bench [--rounds N] [--first-round N] [--turns N] [--seconds S] [--processors A[,B]]\n"
+    "                [--only PREFIX,...] [--record FILE] [--short]\n"
     "       bm_bench --trace library|strict|best [--scenario NAME] [--events N]\n"
     "  --rounds       how often everything is measured, each time beside its counterparts (5)\n"
     "  --first-round  the number of the first one (1): a run may be made in pieces\n"
-    "  --seconds      length of one measurement, 0.001 to 20 (0.4)\n"
+    "  --turns        how often in a round, whose figure is their median (3)\n"
+    "  --seconds      length of one measurement, 0.001 to 20 (0.2)\n"
     "  --processors   the two to run on (the first two that are allowed)\n"
     "  --only         scenarios whose names begin so\n"
     "  --record       file that the figures are added to, a line each (standard output)\n"
@@ -57,6 +58,8 @@ bool set_option(options& o, int letter, const std::string& text)
     switch (letter) {
     case 'r':
         return set_number(o.rounds, text, 1, 1000);
+    case 'u':
+        return set_number(o.turns, text, 1, 100);
     case 's':
         return set_number(o.seconds, text, 0.001, 20);
     case 'p':
@@ -73,7 +76,7 @@ bool set_option(options& o, int letter, const std::string& text)
         o.scenario = text;
         return !text.empty();
     case 'q':
-        o.rounds = 1;
+        o.rounds = o.turns = 1;
         o.seconds = 0.02;
         return true;
     case 't':
@@ -91,6 +94,7 @@ bool set_option(options& o, int letter, const std::string& text)
 std::optional<options> parse(int argc, char** argv)
 {
     static const option known[] = {{"rounds", required_argument, nullptr, 'r'},
+                                   {"turns", required_argument, nullptr, 'u'},
                                    {"seconds", required_argument, nullptr, 's'},
                                    {"processors", required_argument, nullptr, 'p'},
                                    {"first-round", required_argument, nullptr, 'f'},

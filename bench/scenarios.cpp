@@ -62,13 +62,14 @@ class collection {
     }
 
     // Nobody touches the payload: what is left is the hand-over.
-    void library_alone(const std::string& scenario, size_t payload, const limits& room, int readers, bool alone)
+    void library_alone(const std::string& group, const std::string& scenario, size_t payload, const limits& room,
+                       int readers, bool alone)
     {
         plan p = plan_for(payload, 1);
         p.touched = false;
         p.one_at_a_time = alone;
         p.readers = readers;
-        add_library(scenario, p, room, {});
+        add_library(scenario, p, room, {}, group);
     }
 
     // The reference's cost of one call: what the library's growth is held against.
@@ -95,7 +96,7 @@ class collection {
         if (kind == "names") p.blocks_each = MOST, around.names = n;
         if (kind == "slots") room.client_slots = room.event_slots = n + 63;
         if (p.blocks_each > 64) p.on_the_way = 8;
-        add_library("growth/" + kind + '/' + std::to_string(n), p, room, around);
+        add_library("growth/" + kind + '/' + std::to_string(n), p, room, around, "growth/" + kind);
     }
     static constexpr int MOST = 512;
 
@@ -113,13 +114,14 @@ class collection {
         p.reader_processor = processors_[processors - 1];
         return p;
     }
-    void add_library(const std::string& scenario, const plan& p, const limits& room, const crowd& around)
+    void add_library(const std::string& scenario, const plan& p, const limits& room, const crowd& around,
+                     const std::string& group)
     {
-        list.push_back({scenario, LIBRARY, p, [=](const plan& q) { return measure_library(q, room, around); }});
+        list.push_back({scenario, LIBRARY, p, [=](const plan& q) { return measure_library(q, room, around); }, group});
     }
     void add(const std::string& scenario, const plan& p, const limits& room)
     {
-        add_library(scenario, p, room, {});
+        add_library(scenario, p, room, {}, scenario);
         for (const manner m : {manner::strict, manner::best}) {
             const char* subject = m == manner::strict ? STRICT : BEST;
             list.push_back({scenario, subject, p, [=](const plan& q) { return measure_reference(m, q, room); }});
@@ -146,12 +148,13 @@ std::vector<measurement> all_measurements(const std::vector<int>& processors, do
         for (const size& s : SIZES) all.beside_references("pipelined", s, count);
     }
     for (const int readers : {1, 3}) all.building(readers);
-    for (const size& s : SIZES) all.library_alone(std::string("handover/") + s.name, s.bytes, limits{}, 1, true);
+    for (const size& s : SIZES)
+        all.library_alone("handover", std::string("handover/") + s.name, s.bytes, limits{}, 1, true);
     for (const bool alone : {true, false}) {
         for (const int readers : {1, 5}) {
             const std::string kind = std::string(alone ? "one" : "pipelined") + '/' + std::to_string(readers);
-            all.library_alone("limits/small/" + kind, KIB, limits{}, readers, alone);
-            all.library_alone("limits/large/" + kind, KIB, large_limits(), readers, alone);
+            all.library_alone("limits/" + kind, "limits/small/" + kind, KIB, limits{}, readers, alone);
+            all.library_alone("limits/" + kind, "limits/large/" + kind, KIB, large_limits(), readers, alone);
         }
     }
     all.unit_cost();

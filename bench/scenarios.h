@@ -17,6 +17,7 @@ struct measurement {
     std::string subject;
     plan p;
     std::function<reading(const plan&)> measure;
+    std::string group = scenario; ///< those that are held against each other, and measured in turn
 };
 
 /// Names of the subjects that every build has.
@@ -26,7 +27,7 @@ inline constexpr const char* BEST = "best";
 
 /// @param processors  one or two; with one, what needs two is left out
 /// @param seconds     of counted events in each measurement
-/// @return all of them; those of one scenario stand together.
+/// @return all of them; those of one group stand together.
 std::vector<measurement> all_measurements(const std::vector<int>& processors, double seconds);
 
 /// For a tracer: `subject` with W writers of B / W blocks each and R readers, one event at a time on one processor.

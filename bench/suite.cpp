@@ -1,7 +1,11 @@
 #include "suite.h"
 
+#include <map>
+#include <span>
 #include <sstream>
 #include <stdexcept>
+
+#include "statistics.h"
 
 namespace bench {
 namespace {
@@ -22,20 +26,33 @@ reading measured(const measurement& m)
     }
 }
 
+using group = std::span<const measurement>;
+
+void measure_group(group members, int round, int turns, const std::function<void(const figure_line&)>& line)
+{
+    std::vector<std::map<std::string, std::vector<double>>> taken(members.size());
+    for (int turn = 0; turn < turns; ++turn) {
+        for (size_t i = 0; i < members.size(); ++i) {
+            const size_t who = (i + static_cast<size_t>(round + turn)) % members.size();
+            for (const auto& [figure, value] : figures_of(members[who].p, measured(members[who])))
+                taken[who][figure].push_back(value);
+        }
+    }
+    for (size_t who = 0; who < members.size(); ++who) {
+        for (const auto& [figure, values] : taken[who])
+            line({round, members[who].scenario, members[who].subject, figure, spread_of(values).median});
+    }
+}
+
 } // namespace
 
-void run_rounds(const std::vector<measurement>& all, int first_round, int last_round,
+void run_rounds(const std::vector<measurement>& all, int first_round, int last_round, int turns,
                 const std::function<void(const figure_line&)>& line)
 {
     for (int round = first_round; round <= last_round; ++round) {
         for (size_t first = 0, end = 0; first < all.size(); first = end) {
-            while (end < all.size() && all[end].scenario == all[first].scenario) ++end;
-            const size_t count = end - first;
-            for (size_t i = 0; i < count; ++i) {
-                const measurement& m = all[first + (i + static_cast<size_t>(round)) % count];
-                for (const auto& [figure, value] : figures_of(m.p, measured(m)))
-                    line({round, m.scenario, m.subject, figure, value});
-            }
+            while (end < all.size() && all[end].group == all[first].group) ++end;
+            measure_group(group(all).subspan(first, end - first), round, turns, line);
         }
     }
 }

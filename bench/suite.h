@@ -12,11 +12,11 @@
 
 namespace bench {
 
-/// Every round measures all of them, the subjects of a scenario directly behind each other; who is first changes from
-/// round to round.
+/// Every round measures all of them, those of a group in turn, several times; who is first changes from turn to turn. A
+/// round's figure is the median of its turns: what else the machine does for a second falls on few of them.
 /// @param line  is told every figure as soon as it is there
 /// @throws std::runtime_error  a measurement failed
-void run_rounds(const std::vector<measurement>& all, int first_round, int last_round,
+void run_rounds(const std::vector<measurement>& all, int first_round, int last_round, int turns,
                 const std::function<void(const figure_line&)>& line);
 
 /// @return those whose scenario begins with one of the prefixes, of which commas stand between; all for no prefix.

@@ -16,7 +16,7 @@ fail()
 
 cost() { awk -F '\t' -v subject="$2" '$3 == subject && $4 == "processor_us" { print $5 }' "$work/$1" | sort -g | head -n 1; }
 
-readonly what=(--only 'one/1KiB/1cpu,pipelined/1KiB/1cpu' --rounds 3 --seconds 0.03)
+readonly what=(--only 'one/1KiB/1cpu,pipelined/1KiB/1cpu' --rounds 3 --turns 1 --seconds 0.03)
 "$bench" "${what[@]}" --record "$work/plain" || exit $?
 LD_PRELOAD=$canary "$bench" "${what[@]}" --record "$work/slowed"
 awk "BEGIN { exit !($(cost slowed library) > 1.5 * $(cost plain library)) }" || fail "the library is not slower"
