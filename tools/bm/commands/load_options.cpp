@@ -21,9 +21,9 @@ int64_t unit_of(const std::string& text, char letter)
     case 'k':
         return 1024;
     case 'm':
-        return 1024 * 1024;
+        return int64_t{1024} * 1024;
     case 'g':
-        return 1024 * 1024 * 1024;
+        return int64_t{1024} * 1024 * 1024;
     default:
         refuse(text);
     }

@@ -34,7 +34,7 @@ struct watch_options {
 /// Keeps what it saw as documents: an event is not held up by a slow terminal.
 class onlooker : public BM {
   public:
-    explicit onlooker(const watch_options& options) : options_(options) {}
+    explicit onlooker(watch_options options) : options_(std::move(options)) {}
     ~onlooker() override { all_clean_up(); }
 
     void event_handler(void* head, zrk4_client_sblock_data* first) override

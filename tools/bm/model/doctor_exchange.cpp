@@ -129,7 +129,7 @@ int library_threads(pid_t pid)
     const std::string tasks = fmt::format("/proc/{}/task", pid);
     for (const std::string& task : host_directory(tasks)) {
         if (task == std::to_string(pid)) continue;
-        const std::string text = host_file(tasks + "/" + task + "/status").value_or("");
+        const std::string text = host_file(fmt::format("{}/{}/status", tasks, task)).value_or("");
         const size_t at = text.find("SigBlk:");
         if (at == std::string::npos) continue;
         std::istringstream in(text.substr(at + 7));

@@ -87,7 +87,8 @@ std::optional<bool> remove_ipc_of_host()
     std::vector<std::pair<std::string, std::string>> pieces;
     for (const char* root : {"/usr/lib", "/run", "/etc"}) {
         const std::string place = fmt::format("{}/systemd/logind.conf.d", root);
-        for (const std::string& name : host_directory(place)) pieces.emplace_back(name, place + "/" + name);
+        for (const std::string& name : host_directory(place))
+            pieces.emplace_back(name, fmt::format("{}/{}", place, name));
     }
     std::stable_sort(pieces.begin(), pieces.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     for (const auto& [name, path] : pieces) {
