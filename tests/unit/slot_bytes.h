@@ -3,6 +3,7 @@
 #ifndef ZRK4_TEST_SLOT_BYTES_H
 #define ZRK4_TEST_SLOT_BYTES_H
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <ostream>
@@ -80,6 +81,7 @@ class slot_bytes {
     std::vector<seen_client> clients() const
     {
         std::vector<seen_client> all;
+        all.reserve(static_cast<size_t>(std::max(0, nclients())));
         for (int i = 0; i < nclients(); ++i)
             all.emplace_back(load<int32_t>(client_at(i)), load<int32_t>(client_at(i) + 4));
         return all;
@@ -113,7 +115,7 @@ class slot_bytes {
         store<int32_t>(e + 260, bnum);
         put(&slot_layout::sbfilled, sbfilled() + 1);
     }
-    char* entry_at(int i) const { return at_ + lay_.head + 8 * nclients() + 264 * i; }
+    char* entry_at(int i) const { return at_ + lay_.head + ptrdiff_t{8} * nclients() + ptrdiff_t{264} * i; }
 
     /// Bytes that head, client blocks and entries take.
     int used() const { return lay_.head + 8 * nclients() + 264 * sbfilled(); }
@@ -129,7 +131,7 @@ class slot_bytes {
     int length() const { return length_; }
 
   private:
-    char* client_at(int i) const { return at_ + lay_.head + 8 * i; }
+    char* client_at(int i) const { return at_ + lay_.head + ptrdiff_t{8} * i; }
 
     char* at_;
     int length_;
@@ -139,7 +141,9 @@ class slot_bytes {
 /// Entry of event slot `n` in the control table at `table`.
 class control_bytes {
   public:
-    control_bytes(char* table, int n, generation g) : lay_(layout_of(g)), at_(table + lay_.stride * (n - 1)) {}
+    control_bytes(char* table, int n, generation g) : lay_(layout_of(g)), at_(table + ptrdiff_t{lay_.stride} * (n - 1))
+    {
+    }
     int status() const { return load<int32_t>(at_ + lay_.entry_status); }
     int evtype() const { return load<int32_t>(at_ + lay_.entry_type); }
     time_stamp key() const { return load<time_stamp>(at_ + lay_.entry_key); }

@@ -23,7 +23,7 @@ constexpr int64_t SLOTS_PER_CLIENT = 64; // a reader's and a writer's slot for e
 constexpr int64_t SLOTS_PER_RATE = 32;
 constexpr int64_t KEYS = SHM_KEY_LAST - SHM_KEY_FIRST + 1;
 constexpr int64_t ONE_DATAGRAM = 768; // as the kernel counts it, its own records included
-constexpr int64_t GRANTED_BUFFER = 8 * 1024 * 1024;
+constexpr int64_t GRANTED_BUFFER = 8 << 20;
 
 int64_t client_length(const load& wanted) { return 256 * wanted.blocks + 48; }
 

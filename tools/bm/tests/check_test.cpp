@@ -130,7 +130,7 @@ TEST_P(Check, ALockOfTheDead)
 
 TEST_P(Check, AHalfMadeSegment)
 {
-    child maker([] { shmget(900, 300 + 3 * 148, IPC_CREAT | 0666); });
+    child maker([] { (void)shmget(900, 300 + 3 * 148, IPC_CREAT | 0666); });
     ASSERT_EQ(maker.wait(), 0);
     expect_mended(9, "", "a partition that was never finished");
     EXPECT_EQ(segment_at_key(900), -1);

@@ -31,6 +31,12 @@ class large_host : public host_by_hand {
     static constexpr int CLIENTS_OF_EVENT = 64, BLOCKS_OF_EVENT = 32, MISSING = 4, PROCESSES = 32;
 
     static std::string block_of(int client) { return "SERVER_BLOCK_" + std::to_string(client); }
+    static std::vector<std::string> first_blocks(size_t count)
+    {
+        std::vector<std::string> names(count);
+        for (size_t b = 0; b < count; ++b) names[b] = block_of(2 * static_cast<int>(b));
+        return names;
+    }
     // Every other client is a writer of one block; readers want eight.
     void subscribe_all()
     {
@@ -40,9 +46,7 @@ class large_host : public host_by_hand {
             if (c % 2 == 0) {
                 writer_slot({block_of(c)}, pid);
             } else {
-                std::vector<std::string> names;
-                for (int b = 0; b < 8; ++b) names.push_back(block_of(2 * b));
-                reader_slot(names, pid, 50000);
+                reader_slot(first_blocks(8), pid, 50000);
             }
         }
     }
