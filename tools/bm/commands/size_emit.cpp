@@ -8,7 +8,7 @@ namespace bm {
 namespace {
 
 constexpr const char* HEAD =
-    R"(// The partitions of an exchange, and the master that keeps them until SIGINT or SIGTERM.
+    R"(// The partitions of an exchange, and the master that keeps them until SIGINT, SIGTERM or SIGHUP.
 // {} clients, {} blocks per event, {:g} events/s, {:g} s until the last reader is done; {} bytes of shared memory.
 // g++ -std=c++20 exchange.cpp -lZRK4bm
 #include <csignal>
@@ -53,8 +53,7 @@ int main()
 {{
     sigset_t ends;
     sigemptyset(&ends);
-    sigaddset(&ends, SIGINT);
-    sigaddset(&ends, SIGTERM);
+    for (int signal : {{SIGINT, SIGTERM, SIGHUP}}) sigaddset(&ends, signal);
     pthread_sigmask(SIG_BLOCK, &ends, nullptr); // before the first thread, so that sigwait gets them
     setenv("ZRK4_CLI_SHM_NAME", {}, 1);
     setenv("ZRK4_EV_SHM_NAME", {}, 1);

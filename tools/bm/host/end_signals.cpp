@@ -14,14 +14,28 @@
 
 namespace bm {
 
+namespace {
+
+// A closed terminal ends a command as in order as Control-C does, or its partitions and slots would outlive it. With nohup
+// it outlives its terminal: waiting for the signal would undo that.
+sigset_t watched_signals()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    for (const int signal : {SIGINT, SIGTERM}) sigaddset(&set, signal);
+    struct sigaction hang_up {};
+    sigaction(SIGHUP, nullptr, &hang_up);
+    if (hang_up.sa_handler != SIG_IGN) sigaddset(&set, SIGHUP);
+    return set;
+}
+
+} // namespace
+
 end_signals::end_signals()
 {
-    sigset_t both;
-    sigemptyset(&both);
-    sigaddset(&both, SIGINT);
-    sigaddset(&both, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &both, nullptr);
-    fd_ = signalfd(-1, &both, SFD_CLOEXEC | SFD_NONBLOCK);
+    const sigset_t set = watched_signals();
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
+    fd_ = signalfd(-1, &set, SFD_CLOEXEC | SFD_NONBLOCK);
     if (fd_ < 0) throw failure(exit_status::failed, "no descriptor for signals to be had").help("ulimit -n");
 }
 

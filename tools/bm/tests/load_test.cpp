@@ -113,6 +113,18 @@ TEST_P(Load, AnInterruptedGeneratorTakesStockAndLeaves)
     EXPECT_EQ(run_bm({"ls", "--json"}).document()["partitions"].size(), 2U) << "its partition went with it";
 }
 
+TEST_P(Load, AGeneratorTakesItsPartitionAlongWhenItsTerminalCloses)
+{
+    running_master master(GetParam());
+    ASSERT_TRUE(master.up());
+    background_bm reader(with({"read", "--count", "2"}));
+    ASSERT_TRUE(reader.complains("bm: reading"));
+    background_bm writer(with({"write", "--json", "--rate", "20"}));
+    EXPECT_EQ(reader.wait(), 0) << reader.seen_out;
+    EXPECT_EQ(writer.end(SIGHUP), 0) << writer.seen_out << writer.seen_err;
+    EXPECT_EQ(segments_in_namespace(), 2) << "the master's";
+}
+
 TEST_P(Load, RecordsAreThoseOfTheExchangeWhenNobodyNamesThem)
 {
     running_master master(GetParam());

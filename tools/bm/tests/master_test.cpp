@@ -54,6 +54,26 @@ TEST_F(Master, SaysWhatItHasAndLeavesItBehind)
     clear_ipc_namespace();
 }
 
+TEST_F(Master, EndsInOrderWithItsTerminal)
+{
+    background_bm master(small({"--forced"}));
+    ASSERT_TRUE(master.says("its end removes them\n")) << master.seen_err;
+    EXPECT_EQ(master.end(SIGHUP), 0) << master.seen_err;
+    EXPECT_NE(master.seen_out.find("ended by signal 1\n"), std::string::npos);
+    EXPECT_EQ(segments_in_namespace(), 0);
+    EXPECT_EQ(semaphore_sets_in_namespace(), 0);
+}
+
+TEST_F(Master, OutlivesItsTerminalWithNohup)
+{
+    std::signal(SIGHUP, SIG_IGN); // as nohup hands it on
+    background_bm master(small({"--forced"}));
+    ASSERT_TRUE(master.says("its end removes them\n")) << master.seen_err;
+    kill(master.pid(), SIGHUP);
+    EXPECT_EQ(master.end(SIGTERM), 0) << master.seen_err;
+    EXPECT_NE(master.seen_out.find("ended by signal 15\n"), std::string::npos) << master.seen_out;
+}
+
 TEST_F(Master, ForcedItTakesThemWithIt)
 {
     background_bm master(small({"--forced", "--records", "2024", "--names", "T_C,T_E"}));

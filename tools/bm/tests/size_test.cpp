@@ -165,10 +165,10 @@ class running {
         }
         return false;
     }
-    int end()
+    int end(int signal)
     {
         int status = -1;
-        kill(pid_, SIGTERM);
+        kill(pid_, signal);
         waitpid(pid_, &status, 0);
         pid_ = -1;
         return status;
@@ -204,7 +204,8 @@ TEST_F(Size, TheEmittedProgramMakesExactlyThesePartitions)
         for (const char* what : {"name", "buffers", "length", "bytes", "locks"})
             EXPECT_EQ(made[i][what], promised[i][what]) << what << " of " << promised[i]["name"];
     }
-    EXPECT_EQ(exchange.end(), 0);
+    EXPECT_EQ(exchange.end(SIGHUP), 0);
+    EXPECT_TRUE(run_bm({"ls", "--json"}).document()["partitions"].empty()) << "they went with it";
 }
 
 } // namespace
