@@ -11,6 +11,7 @@
 namespace {
 
 constexpr ZRK4_EVTYPE EVENT = ZRK4_EV_IMAGE;
+constexpr int PATIENCE = 1000; // ms for the last event when its writers are gone
 
 struct piece_head {
     int64_t offset, file_size;
@@ -29,9 +30,16 @@ class receiver : public BM {
         }
         if (state_ == RUNNING && left_ == 0) state_ = COMPLETE;
     }
-    bool wait_until_complete() const
+    /// @return whether the file is whole. It is not when the writers have left with pieces missing: what a killed one had
+    /// in hand never comes, and from a reader that stands still for seconds the master's monitor takes the events away.
+    bool wait_until_complete()
     {
-        while (state_ == RUNNING) pause_ms(1);
+        bool begun = false;
+        for (int alone = 0, writers = 0; state_ == RUNNING && alone < PATIENCE; pause_ms(1)) {
+            cl_subscribed(&writers, nullptr);
+            begun = begun || writers > 0;
+            alone = begun && writers == 0 ? alone + 1 : 0;
+        }
         return state_ == COMPLETE;
     }
 
@@ -71,7 +79,10 @@ int receive(const options& given)
     if (bm.subscribe(EVENT, CLI_T_READER, &parameters, nullptr) < 1) return 1;
     say_ready();
 
-    if (!bm.wait_until_complete()) return 1;
+    if (!bm.wait_until_complete()) {
+        std::fprintf(stderr, "file_receive: pieces of the file are missing\n");
+        return 1;
+    }
     // Not before the writers: they leave when the last event is over here, too.
     for (int writers = 1; writers > 0; pause_ms(1)) bm.cl_subscribed(&writers, nullptr);
     bm.unsubscribe(EVENT, CLI_T_READER);

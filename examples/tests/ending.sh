@@ -146,11 +146,21 @@ done
 truncate -s 1G "$work/endless"
 for signal in INT TERM; do
     streaming
+    tell $signal receive
+    ended $((128 + $(kill -l $signal))) receive
     tell $signal send
     ended $((128 + $(kill -l $signal))) send
-    tell $signal receive master
-    ended $((128 + $(kill -l $signal))) receive
+    tell $signal master
     ended 0 master
     nothing_is_left "$signal, a stream"
     rm "$work/copy"
 done
+
+# Without its writers the file never becomes whole: the receiver says so and ends by itself.
+streaming
+tell KILL send
+ended 137 send
+ended 1 receive
+tell TERM master
+ended 0 master
+nothing_is_left "the sender killed"

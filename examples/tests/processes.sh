@@ -1,22 +1,27 @@
 # shellcheck shell=bash
-# Sourced by the tests: an IPC namespace of their own, a directory for their files, and processes that say "ready".
+# Sourced by the tests: an IPC namespace of their own, a directory in memory for their files, and processes that say
+# "ready".
 # Needs: $0 and "$@" of the test as it was called.
 
-if [[ -z ${IN_OWN_IPC_NAMESPACE:-} ]]; then
-    export IN_OWN_IPC_NAMESPACE=1
-    unshare --ipc true 2>/dev/null && exec unshare --ipc "$0" "$@"
-    unshare --user --map-root-user --ipc true 2>/dev/null && exec unshare --user --map-root-user --ipc "$0" "$@"
-    echo "no IPC namespace can be had" >&2
+if [[ -z ${IN_OWN_NAMESPACES:-} ]]; then
+    export IN_OWN_NAMESPACES=1
+    unshare --ipc --mount true 2>/dev/null && exec unshare --ipc --mount "$0" "$@"
+    unshare --user --map-root-user --ipc --mount true 2>/dev/null &&
+        exec unshare --user --map-root-user --ipc --mount "$0" "$@"
+    echo "no namespaces can be had" >&2
     exit 125
 fi
 
+# Not on the disk: a reader that a busy disk holds up for seconds loses its events to the monitor.
 work=$(mktemp -d "$PWD/examples.XXXXXX")
+mount -t tmpfs examples "$work"
 declare -A pid_of=() log_of=()
 
 clean_up() {
     local pid
     for pid in "${pid_of[@]}"; do kill -KILL "$pid" 2>/dev/null || true; done
-    rm -rf "$work"
+    umount --lazy "$work"
+    rmdir "$work"
 }
 trap clean_up EXIT
 
