@@ -254,6 +254,27 @@ TEST(EventTable, OfBuffer0AloneIsEmpty)
     EXPECT_EQ(event_table<slots_2010>(part).slots(), 0);
 }
 
+TEST(EventTable, UsedSlotsAreMetOneAfterTheOtherWhateverItsLength)
+{
+    for (int slots = 0; slots <= 35; ++slots) {
+        clear_ipc_namespace();
+        const C_shm_buffer part("T_SLOTS", slots + 1, 35 * 24, false);
+        const event_table<slots_2024> table(part);
+        for (int n = 1; n <= 35; ++n) // also behind the table's end
+            control_bytes(part.buffer_addr(0), n, generation::of_2024)
+                .put_status(n % 2 == 0 ? EVT_C_FREE : EVT_C_INVALID);
+        EXPECT_EQ(table.next_used(1), 0) << slots;
+        for (int used = 1; used <= 35; ++used) {
+            auto entry = control_bytes(part.buffer_addr(0), used, generation::of_2024);
+            entry.put_status(EVT_C_USED);
+            EXPECT_EQ(table.next_used(1), used <= slots ? used : 0) << used << " of " << slots;
+            EXPECT_EQ(table.next_used(used), used <= slots ? used : 0) << used << " of " << slots;
+            EXPECT_EQ(table.next_used(used + 1), 0) << used << " of " << slots;
+            entry.put_status(EVT_C_FREE);
+        }
+    }
+}
+
 TEST(ServerBlockEntry, WithoutSegmentOrNumberIsAHole)
 {
     zrk4_client_sblock_data entry{};

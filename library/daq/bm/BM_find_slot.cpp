@@ -53,15 +53,16 @@ template <class Form>
 int bm_core::matching_slot(BM& bm, const event_table<Form>& table, ZRK4_EVTYPE evtype, time_stamp key, int64_t id)
 {
     const key_range keys(key, bm.time_mask);
-    for (typename Form::entry& entry : table) {
-        if (entry.status != EVT_C_USED || entry.evtype != evtype) continue;
+    for (int slot = table.next_used(1); slot > 0; slot = table.next_used(slot + 1)) {
+        typename Form::entry& entry = table.of(slot);
+        if (entry.evtype != evtype) continue;
         if (bm.smode == BM_SYNCH_TIME) {
             if (!keys.contains(entry.key)) continue;
         } else {
             if (!same_event_id(entry.eventid, id)) continue;
             if (entry.eventid < id) Form::raise_event_id(entry, id);
         }
-        return table.slot_of(entry);
+        return slot;
     }
     return -1;
 }

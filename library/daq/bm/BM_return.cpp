@@ -181,8 +181,9 @@ template <class Form> int bm_core::slot_for_return(BM& bm, ZRK4_EVTYPE evtype, t
     }
     const event_table<Form> table(*bm.ev_buf);
     const key_range keys(key, bm.time_mask);
-    for (typename Form::entry& entry : table) {
-        if (entry.status != EVT_C_USED || entry.evtype != evtype) continue;
+    for (int slot = table.next_used(1); slot > 0; slot = table.next_used(slot + 1)) {
+        typename Form::entry& entry = table.of(slot);
+        if (entry.evtype != evtype) continue;
         if (bm.smode == BM_SYNCH_TIME) {
             if (!keys.contains(entry.key)) continue;
         } else {
@@ -191,7 +192,7 @@ template <class Form> int bm_core::slot_for_return(BM& bm, ZRK4_EVTYPE evtype, t
             if (match == id_match::wrapped && entry.eventid < id) Form::set_event_id(entry, id);
         }
         control.unlock();
-        return table.slot_of(entry);
+        return slot;
     }
     control.unlock();
     return -1;

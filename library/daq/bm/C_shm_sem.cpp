@@ -31,6 +31,37 @@ void drop_hold(int semid, unsigned short number)
     errno = error;
 }
 
+// What gate and ctrl say when there is no more to be done than to say it stands apart: every step of an event takes them.
+[[noreturn]] void gate_failed(const C_shm_global& g, sem_outcome outcome, bool lock)
+{
+    if (!lock) drop_hold(g.gbl_semid, gbl_gate);
+    const int error = errno;
+    text_later::write_now();
+    // UP, DOWN, "rrno" and "shmid:" before the set's id stand so whatever the direction: people search logs for them.
+    if (outcome == sem_outcome::failed_at_once) {
+        std::printf("throw C_shm::gate UP sem: %d errno: %d semid: %d\n", gbl_gate, error, g.gbl_semid);
+        std::printf("throw C_shm::gate DOWN sem: %d  rrno: %d shmid: %d Partition name:%.255s  buffers:%d  size:%d "
+                    "status:%d version:%d count:%d semid:%d sems:%d\n",
+                    gbl_gate, error, g.gbl_semid, g.name, g.nbuf, g.lbuf, g.status, g.version, g.gbl_count, g.gbl_semid,
+                    g.sems);
+    } else {
+        std::printf("throw C_shm::gate DOWN sem: %d  rrno: %d semid: %d Partition name:%.255s  buffers:%d  size:%d "
+                    "status:%d version:%d count:%d semid:%d sems:%d\n",
+                    gbl_gate, error, g.gbl_semid, g.name, g.nbuf, g.lbuf, g.status, g.version, g.gbl_count, g.gbl_semid,
+                    g.sems);
+    }
+    throw_sys_error(error);
+}
+
+[[noreturn]] void ctrl_failed(int semid, int number, bool lock)
+{
+    if (!lock) drop_hold(semid, static_cast<unsigned short>(number));
+    const int error = errno;
+    text_later::write_now();
+    std::printf("throw C_shm::ctrl UP sem: %d   errno: %d  semid: %d\n", number, error, semid);
+    throw_sys_error(error);
+}
+
 } // namespace
 
 bool C_shm::gate(bool lock) const
@@ -44,23 +75,7 @@ bool C_shm::gate(bool lock) const
         return true;
     }
     if (outcome == sem_outcome::interrupted) return false;
-    if (!lock) drop_hold(g->gbl_semid, gbl_gate);
-    const int error = errno;
-    text_later::write_now();
-    // UP, DOWN, "rrno" and "shmid:" before the set's id stand so whatever the direction: people search logs for them.
-    if (outcome == sem_outcome::failed_at_once) {
-        std::printf("throw C_shm::gate UP sem: %d errno: %d semid: %d\n", gbl_gate, error, g->gbl_semid);
-        std::printf("throw C_shm::gate DOWN sem: %d  rrno: %d shmid: %d Partition name:%.255s  buffers:%d  size:%d "
-                    "status:%d version:%d count:%d semid:%d sems:%d\n",
-                    gbl_gate, error, g->gbl_semid, g->name, g->nbuf, g->lbuf, g->status, g->version, g->gbl_count,
-                    g->gbl_semid, g->sems);
-    } else {
-        std::printf("throw C_shm::gate DOWN sem: %d  rrno: %d semid: %d Partition name:%.255s  buffers:%d  size:%d "
-                    "status:%d version:%d count:%d semid:%d sems:%d\n",
-                    gbl_gate, error, g->gbl_semid, g->name, g->nbuf, g->lbuf, g->status, g->version, g->gbl_count,
-                    g->gbl_semid, g->sems);
-    }
-    throw_sys_error(error);
+    gate_failed(*g, outcome, lock);
 }
 
 bool C_shm::ctrl(int slot, bool lock) const
@@ -78,18 +93,13 @@ bool C_shm::ctrl(int slot, bool lock) const
     const int semid = global()->gbl_semid;
     const int number = gbl_nsems + slot;
     if (!lock) tell_giving(&bufptr[slot]);
-    const auto semaphore = static_cast<unsigned short>(number);
-    const sem_outcome outcome = change_with_undo(semid, semaphore, lock ? -1 : 1, mLockCount);
+    const sem_outcome outcome = change_with_undo(semid, static_cast<unsigned short>(number), lock ? -1 : 1, mLockCount);
     if (outcome == sem_outcome::done) {
         if (lock) tell_taken(&bufptr[slot]);
         return true;
     }
     if (outcome == sem_outcome::interrupted) return false;
-    if (!lock) drop_hold(semid, semaphore);
-    const int error = errno;
-    text_later::write_now();
-    std::printf("throw C_shm::ctrl UP sem: %d   errno: %d  semid: %d\n", number, error, semid);
-    throw_sys_error(error);
+    ctrl_failed(semid, number, lock);
 }
 
 void C_shm::lock(bool on)

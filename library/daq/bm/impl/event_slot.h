@@ -4,7 +4,9 @@
 #define ZRK4_IMPL_EVENT_SLOT_H
 
 #include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <utility>
 
 #include "BM_int.h"
 #include "C_shm_buffer.h"
@@ -54,7 +56,11 @@ template <class Form> class event_slot {
     head_t& head() const { return *reinterpret_cast<head_t*>(at_); }
     /// The head as it stands, without the slot's lock.
     head_t head_now() const { return read_unlocked(&head()); }
-    slot_identity identity() const { return slot_identity::of(head_now()); }
+    slot_identity identity() const
+    {
+        const head_t& h = head();
+        return {read_unlocked(&h.time), read_unlocked(&h.start), word_unlocked(&h.pid)};
+    }
 
     zrk4_client_block* clients() const { return reinterpret_cast<zrk4_client_block*>(at_ + HEAD); }
     int nclients() const { return nclients_; }
@@ -118,12 +124,21 @@ template <class Form> class event_table {
     bool has(int slot) const { return slot >= 1 && slot <= count_; }
     entry_t& of(int slot) const { return first_[slot - 1]; }
     bool used(int slot) const { return of(slot).status == EVT_C_USED; }
-    /// All of them, for who looks for one.
-    entry_t* begin() const { return first_; }
-    entry_t* end() const { return first_ + count_; }
-    int slot_of(const entry_t& entry) const { return static_cast<int>(&entry - first_) + 1; }
+    /// The first used slot from `slot` on, 0 when there is none. Several are looked at at once: mostly few are used.
+    int next_used(int slot) const
+    {
+        constexpr int GROUP = 8;
+        while (slot + GROUP - 1 <= count_ && none_used(&of(slot), std::make_index_sequence<GROUP>{})) slot += GROUP;
+        while (slot <= count_ && !used(slot)) ++slot;
+        return slot <= count_ ? slot : 0;
+    }
 
   private:
+    template <size_t... I> static bool none_used(const entry_t* from, std::index_sequence<I...> /*each*/)
+    {
+        return ((from[I].status != EVT_C_USED) & ...) != 0;
+    }
+
     entry_t* first_;
     int count_;
 };

@@ -1,23 +1,15 @@
 #include "sem_change.h"
 
 #include <atomic>
-#include <cerrno>
 #include <chrono>
 
 #include <sched.h>
-#include <sys/sem.h>
 
 namespace zrk4::impl {
 namespace {
 
 constexpr int YIELDS = 64;
 constexpr std::chrono::microseconds YIELD_TIME{100};
-
-bool changed(int semid, unsigned short number, short by, int flags)
-{
-    sembuf operation{number, by, static_cast<short>(flags)};
-    return semop(semid, &operation, 1) == 0;
-}
 
 // A holder keeps a lock for microseconds; going to sleep for it and being woken costs ten times as much. Yielding, not
 // spinning: with more processes than processors the holder may be the one that waits for this processor. A yield can
@@ -35,9 +27,8 @@ bool changed_after_yields(int semid, unsigned short number, short by)
 
 } // namespace
 
-sem_outcome change_with_undo(int semid, unsigned short number, short by, int32_t& busy)
+sem_outcome change_after_refusal(int semid, unsigned short number, short by, int32_t& busy)
 {
-    if (changed(semid, number, by, SEM_UNDO | IPC_NOWAIT)) return sem_outcome::done;
     if (errno == EINTR) return sem_outcome::interrupted;
     if (errno != EAGAIN) return sem_outcome::failed_at_once;
     // Threads share the counter, and who looks at it while this one waits sees it counted.
@@ -45,11 +36,6 @@ sem_outcome change_with_undo(int semid, unsigned short number, short by, int32_t
     if (changed_after_yields(semid, number, by)) return sem_outcome::done;
     if (errno == EAGAIN && changed(semid, number, by, SEM_UNDO)) return sem_outcome::done;
     return errno == EINTR ? sem_outcome::interrupted : sem_outcome::failed_waiting;
-}
-
-int change_without_undo(int semid, unsigned short number, short by, short flags)
-{
-    return changed(semid, number, by, flags) ? 0 : errno;
 }
 
 } // namespace zrk4::impl

@@ -3,7 +3,10 @@
 #ifndef ZRK4_IMPL_SEM_CHANGE_H
 #define ZRK4_IMPL_SEM_CHANGE_H
 
+#include <cerrno>
 #include <cstdint>
+
+#include <sys/sem.h>
 
 namespace zrk4::impl {
 
@@ -15,13 +18,31 @@ enum class sem_outcome {
     failed_waiting  ///< the blocking wait failed
 };
 
+/// One operation. @return whether it was done; if not, `errno` says why.
+inline bool changed(int semid, unsigned short number, short by, int flags)
+{
+    sembuf operation{number, by, static_cast<short>(flags)};
+    return semop(semid, &operation, 1) == 0;
+}
+
+/// What follows a first try that failed: `errno` is the reason.
+__attribute__((cold)) sem_outcome change_after_refusal(int semid, unsigned short number, short by, int32_t& busy);
+
 /// Adds `by` to semaphore `number`, undone at the process's death: a try without waiting, then bounded further tries
 /// with a yield between them, then the blocking wait. `busy` is counted up once, before it waits, when the first try
-/// finds it busy.
-sem_outcome change_with_undo(int semid, unsigned short number, short by, int32_t& busy);
+/// finds it busy. The first try stands in its caller: after a call into the kernel every return on the way back costs
+/// a wrong guess of the processor's.
+inline sem_outcome change_with_undo(int semid, unsigned short number, short by, int32_t& busy)
+{
+    if (changed(semid, number, by, SEM_UNDO | IPC_NOWAIT)) return sem_outcome::done;
+    return change_after_refusal(semid, number, by, busy);
+}
 
 /// Adds `by` without undo. @return 0, or the errno.
-int change_without_undo(int semid, unsigned short number, short by, short flags);
+inline int change_without_undo(int semid, unsigned short number, short by, short flags)
+{
+    return changed(semid, number, by, flags) ? 0 : errno;
+}
 
 // The thread sanitizer does not know System V semaphores: both ends of a lock tell it, on one address per semaphore.
 #if defined(__SANITIZE_THREAD__)

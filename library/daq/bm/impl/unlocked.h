@@ -18,8 +18,9 @@ struct BM_PACKED __attribute__((may_alias)) shared_word {
     uint32_t value;
 };
 
-/// Copies `bytes` (a multiple of 4) word by word. The copy may be torn: who uses it must be able to live with that or
-/// test again under a lock. The thread sanitizer is told not to look, because the race is meant.
+/// Copies `bytes` (a multiple of 4) word by word, in the order of their addresses. The copy may be torn: who uses it must
+/// be able to live with that or test again under a lock. The thread sanitizer is told not to look, because the race is
+/// meant.
 /// `From` and `To` are words: volatile on the side that others see, and there alone, so that the other side may stay in
 /// registers.
 template <class To, class From>
