@@ -133,11 +133,15 @@ void look_again(check_run& run, watches& all)
 void observe(check_run& run, watches all)
 {
     constexpr int LOOKS = 50;
-    const auto until = std::chrono::steady_clock::now() + run.request.observe;
+    using clock = std::chrono::steady_clock;
+    auto until = clock::now() + run.request.observe;
     const std::chrono::microseconds step = run.request.observe / LOOKS;
     look_again(run, all);
-    while (!all.empty() && std::chrono::steady_clock::now() < until) {
-        std::this_thread::sleep_for(step);
+    while (!all.empty() && clock::now() < until) {
+        const auto due = clock::now() + step;
+        std::this_thread::sleep_until(due);
+        // Where this process was kept from running, the whole host may have been: those who are watched get their time.
+        if (const auto late = clock::now() - due; late > step) until += late + step;
         look_again(run, all);
     }
     for (const auto& one : all) one->settle(run.listing);

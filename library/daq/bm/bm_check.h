@@ -82,7 +82,8 @@ struct bm_check_request {
     std::vector<std::string> data;
     /// How long what looks wrong and may be movement is watched, in at most 50 looks. Nothing to watch, no wait. Longer
     /// than a live process is ever kept from running between two steps: on an overloaded machine that is many tens of
-    /// milliseconds, and a process that is stopped just there for all of it looks like a dead one's count.
+    /// milliseconds, and a process that is stopped just there for all of it looks like a dead one's count. Time in which
+    /// the caller itself did not run, with its whole virtual machine perhaps, is no observation and comes on top.
     std::chrono::milliseconds observe{5000};
     /// How long one lock is waited for.
     std::chrono::milliseconds patience{1000};
