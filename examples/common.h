@@ -41,13 +41,15 @@ class options {
     std::map<std::string, std::string> given_;
 };
 
-/// What ends a program from outside. With nohup a program outlives its terminal: waiting for a signal would undo that.
+/// What ends a program from outside; SIGPIPE, when nobody reads its output any more. With nohup a program outlives its
+/// terminal: waiting for a signal would undo that.
 inline sigset_t end_signals()
 {
     sigset_t set;
     sigemptyset(&set);
     sigaddset(&set, SIGINT);
     sigaddset(&set, SIGTERM);
+    sigaddset(&set, SIGPIPE);
     struct sigaction hang_up {};
     sigaction(SIGHUP, nullptr, &hang_up);
     if (hang_up.sa_handler != SIG_IGN) sigaddset(&set, SIGHUP);

@@ -53,7 +53,7 @@ int main()
 {{
     sigset_t ends;
     sigemptyset(&ends);
-    for (int signal : {{SIGINT, SIGTERM, SIGHUP}}) sigaddset(&ends, signal);
+    for (int signal : {{SIGINT, SIGTERM, SIGHUP, SIGPIPE}}) sigaddset(&ends, signal);
     pthread_sigmask(SIG_BLOCK, &ends, nullptr); // before the first thread, so that sigwait gets them
     setenv("ZRK4_CLI_SHM_NAME", {}, 1);
     setenv("ZRK4_EV_SHM_NAME", {}, 1);

@@ -16,13 +16,13 @@ namespace bm {
 
 namespace {
 
-// A closed terminal ends a command as in order as Control-C does, or its partitions and slots would outlive it. With nohup
-// it outlives its terminal: waiting for the signal would undo that.
+// A closed terminal, and a pipe that nobody reads any more (`| head`), end a command as in order as Control-C does, or its
+// partitions and slots would outlive it. With nohup it outlives its terminal: waiting for the signal would undo that.
 sigset_t watched_signals()
 {
     sigset_t set;
     sigemptyset(&set);
-    for (const int signal : {SIGINT, SIGTERM}) sigaddset(&set, signal);
+    for (const int signal : {SIGINT, SIGTERM, SIGPIPE}) sigaddset(&set, signal);
     struct sigaction hang_up {};
     sigaction(SIGHUP, nullptr, &hang_up);
     if (hang_up.sa_handler != SIG_IGN) sigaddset(&set, SIGHUP);

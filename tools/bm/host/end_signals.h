@@ -1,5 +1,5 @@
 /// @file
-/// SIGINT, SIGTERM and SIGHUP as something to wait for.
+/// SIGINT, SIGTERM, SIGHUP, and SIGPIPE of this thread, as something to wait for.
 #ifndef ZRK4_TOOL_END_SIGNALS_H
 #define ZRK4_TOOL_END_SIGNALS_H
 

@@ -46,7 +46,7 @@ class background_bm {
     ~background_bm()
     {
         if (pid_ > 0) end(SIGKILL);
-        close(out_);
+        if (out_ >= 0) close(out_);
         close(err_);
     }
     background_bm(const background_bm&) = delete;
@@ -58,6 +58,12 @@ class background_bm {
     /// @return whether anything more came within 20 seconds
     bool hears_more() { return more(out_, seen_out, 20000); }
     bool complains(const std::string& text) { return hears(err_, seen_err, text); }
+    /// From now on nobody reads what it says, as behind `| head`.
+    void stop_listening()
+    {
+        close(out_);
+        out_ = -1;
+    }
     /// Sends a signal and waits. @return the exit status, 128 + n when signal n ended it.
     int end(int signal = SIGTERM)
     {
@@ -66,7 +72,7 @@ class background_bm {
     }
     int wait()
     {
-        while (more(out_, seen_out, 20000)) {}
+        while (out_ >= 0 && more(out_, seen_out, 20000)) {}
         while (more(err_, seen_err, 0)) {}
         int status = 0;
         waitpid(pid_, &status, 0);

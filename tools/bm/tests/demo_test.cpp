@@ -42,6 +42,16 @@ TEST_F(Demo, InterruptedItEndsInOrder)
     EXPECT_EQ(demo.end(SIGINT), 0) << demo.seen_out << demo.seen_err;
 }
 
+TEST_F(Demo, EndsInOrderWhenNobodyReadsItAnyMore)
+{
+    background_bm demo({"demo", "--seconds", "40", "--faults"});
+    ASSERT_TRUE(demo.says("every two seconds\n"));
+    demo.stop_listening(); // the next line, of a kill, meets a closed pipe
+    EXPECT_EQ(demo.wait(), 0) << demo.seen_err;
+    EXPECT_EQ(segments_in_namespace(), 0);
+    EXPECT_EQ(semaphore_sets_in_namespace(), 0);
+}
+
 TEST_F(Demo, KilledItLeavesNoProcess)
 {
     background_bm demo({"demo", "--seconds", "60"});

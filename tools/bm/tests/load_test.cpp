@@ -27,6 +27,15 @@ class Load : public CleanNamespace, public testing::WithParamInterface<const cha
         return arguments;
     }
     outcome run(const words& arguments) const { return run_bm(with(arguments)); }
+    /// A generator of which two events have been read.
+    std::unique_ptr<background_bm> generator_at_work() const
+    {
+        background_bm reader(with({"read", "--count", "2"}));
+        EXPECT_TRUE(reader.complains("bm: reading"));
+        auto writer = std::make_unique<background_bm>(with({"write", "--json", "--rate", "20"}));
+        EXPECT_EQ(reader.wait(), 0) << reader.seen_out;
+        return writer;
+    }
 };
 INSTANTIATE_TEST_SUITE_P(Records, Load, testing::Values("2010", "2024"));
 
@@ -104,12 +113,9 @@ TEST_P(Load, AnInterruptedGeneratorTakesStockAndLeaves)
 {
     running_master master(GetParam());
     ASSERT_TRUE(master.up());
-    background_bm reader(with({"read", "--count", "2"}));
-    ASSERT_TRUE(reader.complains("bm: reading"));
-    background_bm writer(with({"write", "--json", "--rate", "20"}));
-    EXPECT_EQ(reader.wait(), 0) << reader.seen_out;
-    EXPECT_EQ(writer.end(SIGINT), 0) << writer.seen_out << writer.seen_err;
-    EXPECT_GE(nlohmann::json::parse(writer.seen_out)["events"], 2);
+    const auto writer = generator_at_work();
+    EXPECT_EQ(writer->end(SIGINT), 0) << writer->seen_out << writer->seen_err;
+    EXPECT_GE(nlohmann::json::parse(writer->seen_out)["events"], 2);
     EXPECT_EQ(run_bm({"ls", "--json"}).document()["partitions"].size(), 2U) << "its partition went with it";
 }
 
@@ -117,11 +123,18 @@ TEST_P(Load, AGeneratorTakesItsPartitionAlongWhenItsTerminalCloses)
 {
     running_master master(GetParam());
     ASSERT_TRUE(master.up());
-    background_bm reader(with({"read", "--count", "2"}));
-    ASSERT_TRUE(reader.complains("bm: reading"));
-    background_bm writer(with({"write", "--json", "--rate", "20"}));
-    EXPECT_EQ(reader.wait(), 0) << reader.seen_out;
-    EXPECT_EQ(writer.end(SIGHUP), 0) << writer.seen_out << writer.seen_err;
+    const auto writer = generator_at_work();
+    EXPECT_EQ(writer->end(SIGHUP), 0) << writer->seen_out << writer->seen_err;
+    EXPECT_EQ(segments_in_namespace(), 2) << "the master's";
+}
+
+TEST_P(Load, AGeneratorTakesItsPartitionAlongWhenNobodyReadsItsBalance)
+{
+    running_master master(GetParam());
+    ASSERT_TRUE(master.up());
+    const auto writer = generator_at_work();
+    writer->stop_listening();
+    EXPECT_EQ(writer->end(SIGINT), 0) << writer->seen_err;
     EXPECT_EQ(segments_in_namespace(), 2) << "the master's";
 }
 
