@@ -50,13 +50,14 @@ void print(std::string_view text)
 
 std::string printable(std::string_view text)
 {
+    const auto is_plain = [](char c) { return c >= 0x20 && c < 0x7f; };
+    if (std::all_of(text.begin(), text.end(), is_plain)) return std::string(text);
     std::string safe;
     for (const char c : text) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte < 0x20 || byte == 0x7f || byte >= 0x80) {
-            safe += fmt::format("\\x{:02x}", byte);
-        } else {
+        if (is_plain(c)) {
             safe += c;
+        } else {
+            safe += fmt::format("\\x{:02x}", static_cast<unsigned char>(c));
         }
     }
     return safe;

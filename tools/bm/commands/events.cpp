@@ -53,21 +53,21 @@ std::string remark(const event& one, int64_t now)
 }
 
 /// "done: R5 W2; working: R7"
-std::string states_text(const event& one, const client_slots& clients)
+std::string states_text(const event& one, const client_labels& clients)
 {
     constexpr std::array<int32_t, 5> STATES{CLI_S_INVAL, CLI_S_WAIT, CLI_S_NTF, CLI_S_PROC, CLI_S_DONE};
-    std::array<std::string, STATES.size()> labels;
+    std::array<std::string, STATES.size()> of_states;
     for (const zrk4_client_block& block : one.clients) {
         const auto state = std::find(STATES.begin() + 1, STATES.end(), static_cast<int32_t>(block.status));
-        std::string& of_state = labels[state == STATES.end() ? 0 : static_cast<size_t>(state - STATES.begin())];
+        std::string& of_state = of_states[state == STATES.end() ? 0 : static_cast<size_t>(state - STATES.begin())];
         of_state += ' ';
-        add_client_label(of_state, block.snum, clients);
+        clients.add_to(of_state, block.snum);
     }
     std::string all;
     for (size_t i = 0; i < STATES.size(); ++i) {
-        if (labels[i].empty()) continue;
+        if (of_states[i].empty()) continue;
         if (!all.empty()) all += "; ";
-        all.append(progress_word(STATES[i])).append(":").append(labels[i]);
+        all.append(progress_word(STATES[i])).append(":").append(of_states[i]);
     }
     return all.empty() ? "-" : all;
 }
@@ -151,7 +151,13 @@ bool for_each_wanted(const exchange& seen, int first, int last, const events_opt
     return fine;
 }
 
-std::vector<std::string> cells_of(const shown_event& shown, const exchange& seen, processes& known)
+/// Whom the lines name. Each thread asks for itself.
+struct named_ones {
+    const client_labels& clients;
+    processes known;
+};
+
+std::vector<std::string> cells_of(const shown_event& shown, const exchange& seen, named_ones& named)
 {
     const event& one = *shown.what;
     return {std::to_string(one.slot),
@@ -162,8 +168,8 @@ std::vector<std::string> cells_of(const shown_event& shown, const exchange& seen
             size_text(static_cast<uint64_t>(std::max<int64_t>(one.bytes, 0))),
             span_text(seconds_between(one.start, seen.now)),
             span_text(idle_seconds(one, seen.now)),
-            states_text(one, seen.clients),
-            missing_text(shown, known),
+            states_text(one, named.clients),
+            missing_text(shown, named.known),
             remark(one, seen.now)};
 }
 
@@ -176,13 +182,12 @@ struct event_lines {
     bool fine = true;
 };
 
-event_lines lines_of(const exchange& seen, int first, int last, const events_options& options)
+event_lines lines_of(const exchange& seen, int first, int last, const events_options& options, named_ones& named)
 {
-    processes known(seen.clients_part.where.uid);
     event_lines lines;
     lines.fine = for_each_wanted(seen, first, last, options, [&](const shown_event& one) {
         lines.all.push_back(
-            {cells_of(one, seen, known), needs_attention(*one.what, seen.now) ? tone::bad : tone::plain});
+            {cells_of(one, seen, named), needs_attention(*one.what, seen.now) ? tone::bad : tone::plain});
     });
     return lines;
 }
@@ -200,9 +205,13 @@ bool print_text(const exchange& seen, const events_options& options, bool color)
                  {"CLIENTS"},
                  {"MISSING"},
                  {"REMARK"}});
+    const client_labels labels(seen.clients);
+    named_ones named{labels, processes(seen.clients_part.where.uid)};
+    const auto lines_between = [&, named](int first, int last) mutable {
+        return lines_of(seen, first, last, options, named);
+    };
     bool fine = true;
-    for (event_lines& part : in_parts<event_lines>(
-             0, count_of(seen), [&](int first, int last) { return lines_of(seen, first, last, options); })) {
+    for (event_lines& part : in_parts<event_lines>(0, count_of(seen), lines_between)) {
         for (event_line& line : part.all) lines.row(std::move(line.cells), line.how);
         fine &= part.fine;
     }

@@ -119,13 +119,16 @@ template <class Form> class slots_look {
         at += one.clients.size() * CLIENT;
         if (how_ != depth::whole) return;
         const int entries = std::clamp(one.filled_said, 0, (room - clients * CLIENT) / ENTRY);
-        one.entries.reserve(static_cast<size_t>(entries));
-        for (int i = 0; i < entries; ++i, at += ENTRY) {
+        one.entries.resize(static_cast<size_t>(entries));
+        for (event_entry& entry : one.entries) {
             struct BM_PACKED {
                 int32_t shmid, bnum;
             } place{};
+            entry.name = name_at(mapped_, at);
             mapped_.copy(at + CLI_NAME_SIZE, place);
-            one.entries.push_back({name_at(mapped_, at), place.shmid, place.bnum});
+            entry.shmid = place.shmid;
+            entry.bnum = place.bnum;
+            at += ENTRY;
         }
     }
 

@@ -14,15 +14,14 @@ namespace bm {
 /// The name at `offset`. Most are short: no more is read than it takes to meet the end.
 inline std::string name_at(const read_only_segment& mapped, uint64_t offset)
 {
-    constexpr size_t NAME = 256, PIECE = 32;
-    std::string name;
-    std::array<char, PIECE> piece{};
-    while (name.size() < NAME && mapped.copy(offset + name.size(), piece.data(), PIECE)) {
-        const size_t length = strnlen(piece.data(), PIECE);
-        name.append(piece.data(), length);
-        if (length < PIECE) break;
+    constexpr size_t PIECE = 32;
+    std::array<char, 256> name;
+    size_t length = 0, read = 0;
+    while (length == read && read < name.size() && mapped.copy(offset + read, name.data() + read, PIECE)) {
+        length += strnlen(name.data() + read, PIECE);
+        read += PIECE;
     }
-    return name;
+    return {name.data(), length};
 }
 
 } // namespace bm

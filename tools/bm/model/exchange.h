@@ -40,7 +40,16 @@ int unaccounted(const event& one, const std::vector<debt>& debts);
 
 /// "R5" or "W3": a client's slot with its role. "?7": the slot is free or holds neither.
 std::string client_label(int slot, const client_slots& clients);
-void add_client_label(std::string& text, int slot, const client_slots& clients);
+/// The same, made once for each client: thousands of events name the same ones again and again.
+class client_labels {
+  public:
+    explicit client_labels(const client_slots& clients);
+    void add_to(std::string& text, int slot) const;
+
+  private:
+    const client_slots& clients_;
+    std::vector<std::string> known_; // by slot
+};
 /// A client's progress on an event.
 const char* progress_word(int32_t status);
 /// Name of an event type, or its number.

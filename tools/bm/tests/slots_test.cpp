@@ -1,8 +1,11 @@
 // bm clients and bm events on slots whose every byte is known.
+#include <atomic>
 #include <numeric>
 #include <stdexcept>
+#include <thread>
 
 #include "a_host.h"
+#include "eventually.h"
 #include "host/in_parts.h"
 #include "unit/udp_inbox.h"
 
@@ -210,6 +213,22 @@ TEST(InParts, EveryNumberIsMetOnceAndInOrder)
             met.insert(met.end(), part.begin(), part.end());
         EXPECT_EQ(met, numbers(1, last)) << last;
     }
+}
+
+TEST(InParts, AThreadThatIsHeldUpLeavesTheRestToTheOthers)
+{
+    constexpr int LAST = 10000;
+    std::atomic<int> taken = 0;
+    std::atomic<bool> held_up = false, in_time = true;
+    const auto work = [&, caller = std::this_thread::get_id()](int first, int last) {
+        taken += last - first;
+        if (std::this_thread::get_id() != caller && !held_up.exchange(true))
+            in_time = zrk4::test::eventually([&] { return taken == LAST; });
+        return last - first;
+    };
+    const std::vector<int> parts = in_parts<int>(0, LAST, work);
+    EXPECT_EQ(std::accumulate(parts.begin(), parts.end(), 0), LAST);
+    EXPECT_TRUE(in_time);
 }
 
 TEST(InParts, WhatAPartThrowsReachesTheCaller)
