@@ -117,7 +117,7 @@ template <class Form> class bm_core::event_filler {
         const zrk4_client_slot_head head = client_now(c);
         if (head.evtype != evtype_ || no_room_) return;
         const client_slot client(clients_, c);
-        if (head.pid != bm_.mpid && kill(head.pid, 0) != 0) {
+        if (head.pid != bm_.mpid && direct::kill(head.pid, 0) != 0) {
             kick_out(c, head.pid);
         } else if (head.cltype == CLI_T_WRITER) {
             add_writer(c, client, head);

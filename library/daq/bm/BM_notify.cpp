@@ -263,7 +263,8 @@ template <class Form> bool bm_core::send_message(BM& bm, const typename Form::me
         say_plain(Form::wide ? "Failed to create socket (2024)\n" : "Failed to create socket\n");
         return true;
     }
-    if (sendto(socket, &message, sizeof message, 0, reinterpret_cast<const sockaddr*>(&to), sizeof to) < 0) {
+    const auto* const address = reinterpret_cast<const sockaddr*>(&to);
+    if (direct::sendto(socket, &message, sizeof message, 0, address, sizeof to) < 0) {
         say_perror("sendto");
         say_plain(Form::wide ? "sendto(2024) failed\n" : "sendto() failed\n");
         return true;

@@ -8,6 +8,8 @@
 
 #include <sys/sem.h>
 
+#include "direct_call.h"
+
 namespace zrk4::impl {
 
 /// How an operation that may wait ended; `errno` holds the reason of a failure.
@@ -22,7 +24,7 @@ enum class sem_outcome {
 inline bool changed(int semid, unsigned short number, short by, int flags)
 {
     sembuf operation{number, by, static_cast<short>(flags)};
-    return semop(semid, &operation, 1) == 0;
+    return direct::semop(semid, &operation, 1) == 0;
 }
 
 /// What follows a first try that failed: `errno` is the reason.
@@ -30,8 +32,7 @@ __attribute__((cold)) sem_outcome change_after_refusal(int semid, unsigned short
 
 /// Adds `by` to semaphore `number`, undone at the process's death: a try without waiting, then bounded further tries
 /// with a yield between them, then the blocking wait. `busy` is counted up once, before it waits, when the first try
-/// finds it busy. The first try stands in its caller: after a call into the kernel every return on the way back costs
-/// a wrong guess of the processor's.
+/// finds it busy.
 inline sem_outcome change_with_undo(int semid, unsigned short number, short by, int32_t& busy)
 {
     if (changed(semid, number, by, SEM_UNDO | IPC_NOWAIT)) return sem_outcome::done;

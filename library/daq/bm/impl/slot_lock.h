@@ -81,8 +81,7 @@ class slot_lock {
     static slot_lock try_once(const C_shm_buffer& part, int slot)
     {
         const auto number = static_cast<unsigned short>(gbl_nsems + slot);
-        sembuf take{number, -1, SEM_UNDO | IPC_NOWAIT};
-        if (semop(control_of(part).gbl_semid, &take, 1) != 0) return slot_lock(nullptr, slot);
+        if (!changed(control_of(part).gbl_semid, number, -1, SEM_UNDO | IPC_NOWAIT)) return slot_lock(nullptr, slot);
         tell_taken(&part.get_bufptr()[slot]);
         return slot_lock(&part, slot);
     }
