@@ -8,9 +8,9 @@
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 
+#include "../unit/udp_inbox.h"
 #include "clean_namespace.h"
 #include "live_segment.h"
-#include "../unit/udp_inbox.h"
 
 using namespace zrk4::test;
 using namespace zrk4::impl;
@@ -22,8 +22,8 @@ int own_sendto_calls = 0;
 } // namespace
 
 // This program's own, which the library's way to a datagram must find.
-extern "C" __attribute__((visibility("default"))) ssize_t sendto(int socket, const void* message, size_t bytes, int flags,
-                                                                 const sockaddr* to, socklen_t length)
+extern "C" __attribute__((visibility("default"))) ssize_t sendto(int socket, const void* message, size_t bytes,
+                                                                 int flags, const sockaddr* to, socklen_t length)
 {
     ++own_sendto_calls;
     return syscall(SYS_sendto, socket, message, bytes, flags, to, length);
