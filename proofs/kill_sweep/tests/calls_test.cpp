@@ -12,7 +12,7 @@ using numbers = std::vector<int>;
 
 TEST(SweptCalls, AreAllCallsThatDoSomething)
 {
-    const std::vector<call> calls(6, {SYS_semop, 0});
+    const std::vector<call> calls(6, {SYS_semtimedop, 0});
     EXPECT_EQ(swept_calls(calls), (numbers{1, 2, 3, 4, 5, 6}));
 }
 
@@ -36,7 +36,7 @@ TEST(SweptCalls, AreNoneWhereNoneIsMade) { EXPECT_TRUE(swept_calls({}).empty());
 
 TEST(CallName, IsTheKernelsNameOrTheNumber)
 {
-    EXPECT_EQ(name_of_call(SYS_semop), "semop");
+    EXPECT_EQ(name_of_call(SYS_semtimedop), "semtimedop");
     EXPECT_EQ(name_of_call(9999), "call_9999");
 }
 

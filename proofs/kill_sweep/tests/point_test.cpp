@@ -42,7 +42,7 @@ TEST(PointName, IsRefusedWhereAPartIsMissingOrWrong)
 result a_result()
 {
     return {{"reader", {true, true, 3}, moment::after, 9},
-            "semop",
+            "semtimedop",
             "signal 9",
             outcome::repair,
             "a | b",
@@ -53,7 +53,7 @@ result a_result()
 
 TEST(RecordLine, HoldsAColumnForEachPart)
 {
-    EXPECT_EQ(line_of(a_result()), "reader\t2024\tevid\t3\tafter\t9\tsemop\tsignal 9\trepair\ta | b\t"
+    EXPECT_EQ(line_of(a_result()), "reader\t2024\tevid\t3\tafter\t9\tsemtimedop\tsignal 9\trepair\ta | b\t"
                                    "DATA: buffer 3 is out, owner 7\t1 2\t1 0 0");
 }
 

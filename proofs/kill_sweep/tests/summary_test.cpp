@@ -11,7 +11,7 @@ namespace {
 
 result killed(const char* role, int number, outcome what)
 {
-    return {{role, {}, moment::before, number}, "semop", KILLED, what, "", "", "", ""};
+    return {{role, {}, moment::before, number}, "semtimedop", KILLED, what, "", "", "", ""};
 }
 
 summary of(const std::vector<result>& results, const std::string& more = "")
@@ -58,7 +58,7 @@ TEST(SweepSummary, IsBadWhenAClaimDidNotHold)
     r.broken = "reader 1 crashed";
     const summary s = of({r});
     EXPECT_FALSE(s.good());
-    EXPECT_NE(printed(s).find("writer:2010:time:1:before:1 semop, signal 9, monitor: reader 1 crashed"),
+    EXPECT_NE(printed(s).find("writer:2010:time:1:before:1 semtimedop, signal 9, monitor: reader 1 crashed"),
               std::string::npos);
 }
 

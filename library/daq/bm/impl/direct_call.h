@@ -72,10 +72,11 @@ inline long call(long number, long a, long b, long c, long d = 0, long e = 0, lo
 
 inline long word(const void* pointer) { return reinterpret_cast<long>(pointer); }
 
+/// The call that the C library's makes: without a limit in time.
 __attribute__((always_inline)) inline int semop(int id, sembuf* operations, size_t count)
 {
     if (!made_here.semop) return ::semop(id, operations, count);
-    return static_cast<int>(call(SYS_semop, id, word(operations), static_cast<long>(count)));
+    return static_cast<int>(call(SYS_semtimedop, id, word(operations), static_cast<long>(count), /*limit=*/0));
 }
 
 __attribute__((always_inline)) inline int kill(pid_t pid, int signal)
