@@ -72,11 +72,12 @@ inline long call(long number, long a, long b, long c, long d = 0, long e = 0, lo
 
 inline long word(const void* pointer) { return reinterpret_cast<long>(pointer); }
 
-/// The call that the C library's makes: without a limit in time.
+/// The call that the C library's makes: one with a limit in time, and none given.
 __attribute__((always_inline)) inline int semop(int id, sembuf* operations, size_t count)
 {
     if (!made_here.semop) return ::semop(id, operations, count);
-    return static_cast<int>(call(SYS_semtimedop, id, word(operations), static_cast<long>(count), /*limit=*/0));
+    constexpr long NO_LIMIT = 0;
+    return static_cast<int>(call(SYS_semtimedop, id, word(operations), static_cast<long>(count), NO_LIMIT));
 }
 
 __attribute__((always_inline)) inline int kill(pid_t pid, int signal)
