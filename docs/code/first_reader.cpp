@@ -34,7 +34,7 @@ int main()
 {
     sigset_t ends; // to be waited for: what a signal ends on the spot leaves its partitions behind
     sigemptyset(&ends);
-    for (int signal : {SIGINT, SIGTERM, SIGHUP}) sigaddset(&ends, signal);
+    for (int signal : {SIGINT, SIGTERM, SIGHUP, SIGPIPE}) sigaddset(&ends, signal);
     sigprocmask(SIG_BLOCK, &ends, nullptr); // before the first thread
 
     reader bm;

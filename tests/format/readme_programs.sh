@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Runs the reader and the writer of a page against each other, in an IPC namespace of their own: once to their end,
-# once interrupted as a terminal does it. Neither leaves anything behind.
+# once interrupted as a terminal does it, and the reader once where nobody reads its output. None leaves anything behind.
 #
 # usage: readme_programs.sh READER WRITER
 set -euo pipefail
@@ -12,6 +12,7 @@ if [[ $1 != --inside ]]; then
 fi
 reader=$2
 writer=$3
+pipe=$(mktemp -u)
 
 start_reader() {
     coproc READING { exec "$reader"; }
@@ -47,4 +48,12 @@ until [[ $(ipcs -m | awk '/^0x/ && $6 == 2' | wc -l) == 3 ]]; do sleep 0.01; don
 kill -INT "$writer_pid"
 kill -INT "$reader_pid"
 wait "$reader_pid"
+nothing_is_left
+
+mkfifo "$pipe" # a reader that goes before the first line is written, whoever is quicker
+exec {both_ends}<>"$pipe"
+exec {only_end}>"$pipe"
+exec {both_ends}>&-
+rm "$pipe"
+"$reader" >&"$only_end" # "ready" finds nobody: that is a signal to end like any other
 nothing_is_left
