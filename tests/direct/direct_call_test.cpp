@@ -2,13 +2,14 @@
 #include "direct_call.h"
 
 #include <array>
+#include <cstring>
 #include <numeric>
+#include <string>
 
 #include <arpa/inet.h>
 #include <gtest/gtest.h>
 #include <netinet/in.h>
 
-#include "../unit/udp_inbox.h"
 #include "clean_namespace.h"
 #include "live_segment.h"
 
@@ -77,18 +78,55 @@ TEST_F(DirectCall, AsksWhetherAProcessIsThere)
     EXPECT_EQ(errno, ESRCH);
 }
 
+// A socket that has one datagram waiting, sent by itself.
+class loaded_socket {
+  public:
+    explicit loaded_socket(const char* text) : fd_(socket(AF_INET, SOCK_DGRAM, 0))
+    {
+        sockaddr_in own{};
+        own.sin_family = AF_INET;
+        own.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof own;
+        auto* const at = reinterpret_cast<sockaddr*>(&own);
+        EXPECT_EQ(bind(fd_, at, sizeof own), 0);
+        EXPECT_EQ(getsockname(fd_, at, &length), 0);
+        EXPECT_EQ(direct::sendto(fd_, text, strlen(text), 0, at, sizeof own), static_cast<ssize_t>(strlen(text)));
+    }
+    ~loaded_socket() { close(fd_); }
+    loaded_socket(const loaded_socket&) = delete;
+    loaded_socket& operator=(const loaded_socket&) = delete;
+
+    int fd() const { return fd_; }
+
+  private:
+    int fd_;
+};
+
 TEST_F(DirectCall, AFunctionOfTheProgramsOwnIsCalled)
 {
     EXPECT_FALSE(direct::made_here.sendto);
-    const udp_inbox inbox;
-    sockaddr_in to{};
-    to.sin_family = AF_INET;
-    to.sin_port = htons(static_cast<uint16_t>(inbox.port()));
-    to.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    const int socket = ::socket(AF_INET, SOCK_DGRAM, 0);
-    EXPECT_EQ(direct::sendto(socket, "event", 5, 0, reinterpret_cast<const sockaddr*>(&to), sizeof to), 5);
-    close(socket);
+    own_sendto_calls = 0;
+    const loaded_socket socket("event");
     EXPECT_EQ(own_sendto_calls, 1);
+}
+
+TEST_F(DirectCall, ReceivesADatagramCutToTheRoomThereIs)
+{
+    const loaded_socket socket("event");
+    char room[3] = {};
+    EXPECT_EQ(direct::recv(socket.fd(), room, sizeof room, MSG_WAITALL), 3);
+    EXPECT_EQ(std::string(room, 3), "eve");
+    EXPECT_EQ(direct::recv(socket.fd(), room, sizeof room, MSG_DONTWAIT), -1);
+    EXPECT_EQ(errno, EAGAIN);
+    EXPECT_EQ(direct::recv(-1, room, sizeof room, 0), -1);
+    EXPECT_EQ(errno, EBADF);
+}
+
+TEST_F(DirectCall, LeavesTheProcessorToAnother)
+{
+    errno = ERANGE;
+    direct::sched_yield();
+    EXPECT_EQ(errno, ERANGE);
 }
 
 // A sanitizer has functions of its own.
@@ -97,6 +135,8 @@ TEST_F(DirectCall, TheCLibrarysOwnFunctionIsNotAskedFor)
 {
     EXPECT_TRUE(direct::made_here.semop);
     EXPECT_TRUE(direct::made_here.kill);
+    EXPECT_TRUE(direct::made_here.recv);
+    EXPECT_TRUE(direct::made_here.sched_yield);
 }
 #endif
 

@@ -11,6 +11,7 @@
 
 #include "bm_core.h"
 #include "client_slot.h"
+#include "direct_call.h"
 #include "text_later.h"
 
 using namespace zrk4::impl;
@@ -69,7 +70,7 @@ template <class Form> void bm_core::read_events(BM& bm)
     const auto go_on = [&] { return bm.reader_go && bm.own->reader_generation == generation; };
     while (go_on()) {
         // Exactly as long as a datagram should be: the kernel cuts a longer one, and what is left is checked like any.
-        const ssize_t length = recv(bm.qid, &message, sizeof message, MSG_WAITALL);
+        const ssize_t length = direct::recv(bm.qid, &message, sizeof message, MSG_WAITALL);
         const int error = errno;
         if (!go_on()) return;
         if (length >= 0 && length != static_cast<ssize_t>(sizeof message)) {

@@ -30,6 +30,7 @@ template <class Function> bool is_made_here(Function* function)
 
 } // namespace
 
-const calls made_here{is_made_here(::semop), is_made_here(::kill), is_made_here(::sendto)};
+const calls made_here{is_made_here(::semop), is_made_here(::kill), is_made_here(::sendto), is_made_here(::recv),
+                      is_made_here(::sched_yield)};
 
 } // namespace zrk4::impl::direct

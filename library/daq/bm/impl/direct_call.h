@@ -13,6 +13,7 @@
 #include <csignal>
 #include <cstddef>
 
+#include <sched.h>
 #include <sys/sem.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
@@ -24,7 +25,7 @@ namespace zrk4::impl::direct {
 /// before that one, it is called. None until the library is loaded, and none in a process with a shadow stack, which the
 /// replaced addresses would have to be taken off again.
 struct calls {
-    bool semop, kill, sendto;
+    bool semop, kill, sendto, recv, sched_yield;
 };
 extern const calls made_here;
 
@@ -91,6 +92,22 @@ __attribute__((always_inline)) inline ssize_t sendto(int socket, const void* mes
 {
     if (!made_here.sendto) return ::sendto(socket, message, bytes, flags, to, length);
     return call(SYS_sendto, socket, word(message), static_cast<long>(bytes), flags, word(to), length);
+}
+
+/// A thread that waits here is ended with a signal: unlike the C library's it is no point of cancellation.
+__attribute__((always_inline)) inline ssize_t recv(int socket, void* message, size_t bytes, int flags)
+{
+    if (!made_here.recv) return ::recv(socket, message, bytes, flags);
+    return call(SYS_recvfrom, socket, word(message), static_cast<long>(bytes), flags);
+}
+
+__attribute__((always_inline)) inline void sched_yield()
+{
+    if (made_here.sched_yield) {
+        call(SYS_sched_yield, 0, 0, 0);
+    } else {
+        ::sched_yield();
+    }
 }
 
 } // namespace zrk4::impl::direct

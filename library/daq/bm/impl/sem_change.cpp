@@ -3,8 +3,6 @@
 #include <atomic>
 #include <chrono>
 
-#include <sched.h>
-
 namespace zrk4::impl {
 namespace {
 
@@ -18,7 +16,7 @@ bool changed_after_yields(int semid, unsigned short number, short by)
 {
     const auto until = std::chrono::steady_clock::now() + YIELD_TIME;
     for (int i = 0; i < YIELDS && std::chrono::steady_clock::now() < until; ++i) {
-        sched_yield();
+        direct::sched_yield();
         if (changed(semid, number, by, SEM_UNDO | IPC_NOWAIT)) return true;
         if (errno != EAGAIN) return false;
     }
