@@ -13,8 +13,8 @@ namespace bench {
 struct options {
     int first_round = 1;
     int rounds = 5;
-    int turns = 3;               ///< of every round: that often the same is measured
-    double seconds = 0.2;        ///< that events of one measurement are counted
+    int turns = 5;               ///< of every round: that often the same is measured
+    double seconds = 0.15;       ///< that events of one measurement are counted
     std::string record;          ///< file that the figures are added to, empty: standard output
     std::string only;            ///< prefixes of scenarios, empty: all
     std::vector<int> processors; ///< one or two; empty: the first two that are allowed

@@ -28,12 +28,20 @@ reading measured(const measurement& m)
 
 using group = std::span<const measurement>;
 
+// Who is measured as the `i`th of `members` in a turn. Every other turn goes the other way round: what one leaves behind,
+// in caches and in the host's idea of how long to wait for a processor, does not always meet the same one.
+size_t place_in_turn(size_t i, size_t turn, size_t members)
+{
+    const bool forward = turn % 2 == 1;
+    return (turn + (forward ? i : members - i)) % members;
+}
+
 void measure_group(group members, int round, int turns, const std::function<void(const figure_line&)>& line)
 {
     std::vector<std::map<std::string, std::vector<double>>> taken(members.size());
     for (int turn = 0; turn < turns; ++turn) {
         for (size_t i = 0; i < members.size(); ++i) {
-            const size_t who = (i + static_cast<size_t>(round + turn)) % members.size();
+            const size_t who = place_in_turn(i, static_cast<size_t>(round + turn), members.size());
             for (const auto& [figure, value] : figures_of(members[who].p, measured(members[who])))
                 taken[who][figure].push_back(value);
         }

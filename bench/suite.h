@@ -12,8 +12,9 @@
 
 namespace bench {
 
-/// Every round measures all of them, those of a group in turn, several times; who is first changes from turn to turn. A
-/// round's figure is the median of its turns: what else the machine does for a second falls on few of them.
+/// Every round measures all of them, those of a group in turn, several times; who is first, and who follows whom, changes
+/// from turn to turn. A round's figure is the median of its turns: what else the machine does for a second falls on few
+/// of them.
 /// @param line  is told every figure as soon as it is there
 /// @throws std::runtime_error  a measurement failed
 void run_rounds(const std::vector<measurement>& all, int first_round, int last_round, int turns,

@@ -42,7 +42,18 @@ TEST_F(Rounds, FigureIsTheMedianOfItsTurns)
 TEST_F(Rounds, MembersOfAGroupAreAskedInTurnAndEachIsFirstOnce)
 {
     run({member("one", "a"), member("one", "b"), member("one", "c")}, 1, 3);
-    EXPECT_EQ(order_, "bcacababc");
+    EXPECT_EQ(order_, "bca"
+                      "cba"
+                      "abc");
+}
+
+TEST_F(Rounds, EveryOtherTurnGoesTheOtherWayRoundAlsoWhereARoundHasOnlyOne)
+{
+    run({member("one", "a"), member("one", "b"), member("one", "c")}, 4, 1);
+    EXPECT_EQ(order_, "bca"
+                      "cba"
+                      "abc"
+                      "bac");
 }
 
 TEST_F(Rounds, GroupIsOverBeforeTheNextBegins)
