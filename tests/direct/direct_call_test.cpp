@@ -122,12 +122,6 @@ TEST_F(DirectCall, ReceivesADatagramCutToTheRoomThereIs)
     EXPECT_EQ(errno, EBADF);
 }
 
-TEST_F(DirectCall, LeavesTheProcessorToAnother)
-{
-    errno = ERANGE;
-    direct::sched_yield();
-    EXPECT_EQ(errno, ERANGE);
-}
 
 // A sanitizer has functions of its own.
 #if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
