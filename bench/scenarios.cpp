@@ -53,7 +53,7 @@ class collection {
         plan p = plan_for(64 * KIB, 2);
         p.writers = 8;
         p.readers = readers;
-        p.events = std::max<int64_t>(20, static_cast<int64_t>(seconds_ * 2500));
+        p.events = std::max<int64_t>(20, static_cast<int64_t>(seconds_ * 4000));
         p.warm_up = std::min<int64_t>(100, p.events);
         p.on_the_way = deep_enough(8 * p.payload);
         const std::string name = "building/8x64KiB/" + std::to_string(readers) + (readers == 1 ? "reader" : "readers");
