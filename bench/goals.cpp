@@ -81,7 +81,9 @@ goal building(int number, const char* title, const std::string& scenario, limit_
     return {number,
             title,
             {at_least("events/s / strict", beside(scenario, EVENTS, STRICT), strict.limit, strict.stretch),
-             at_least("events/s / iceoryx", beside(scenario, EVENTS, "iceoryx_waitset|iceoryx_polling"), iceoryx.limit,
+             at_least("events/s / iceoryx WaitSet", beside(scenario, EVENTS, "iceoryx_waitset"), iceoryx.limit,
+                      iceoryx.stretch),
+             at_least("events/s / iceoryx polling", beside(scenario, EVENTS, "iceoryx_polling"), iceoryx.limit,
                       iceoryx.stretch),
              at_least("events/s / best of ZeroMQ", beside(scenario, EVENTS, "zeromq_pushpull|zeromq_pubsub"),
                       zeromq.limit, zeromq.stretch)}};

@@ -122,7 +122,6 @@ TEST_F(DirectCall, ReceivesADatagramCutToTheRoomThereIs)
     EXPECT_EQ(errno, EBADF);
 }
 
-
 // A sanitizer has functions of its own.
 #if !defined(__SANITIZE_THREAD__) && !defined(__SANITIZE_ADDRESS__)
 TEST_F(DirectCall, TheCLibrarysOwnFunctionIsNotAskedFor)
