@@ -15,15 +15,17 @@ fi
 summary=$(mktemp)
 trap 'rm -f "$summary"' EXIT
 
-# Successful calls of a run of so many events.
+# Successful calls of a run of so many events. Fails where there is no such scenario.
 calls_of()
 {
     strace -f -c -o "$summary" -e trace=semop,semtimedop,kill,sendto,recvfrom \
-        "$bench" --trace "$subject" --scenario "$1" --events "$2" >/dev/null
+        "$bench" --trace "$subject" --scenario "$1" --events "$2" >/dev/null || return
     awk '$1 ~ /^[0-9.]+$/ && $NF != "total" { calls += $4 - (NF == 6 ? $5 : 0) } END { print calls }' "$summary"
 }
 
 for scenario in "$@"; do
-    printf '0\t%s\t%s\tcalls\t%s\n' "$scenario" "$subject" \
-        "$(awk "BEGIN { print ($(calls_of "$scenario" "$many") - $(calls_of "$scenario" "$few")) / ($many - $few) }")"
+    calls_of_few=$(calls_of "$scenario" "$few")
+    calls_of_many=$(calls_of "$scenario" "$many")
+    awk -v scenario="$scenario" -v subject="$subject" -v calls=$((calls_of_many - calls_of_few)) -v events=$((many - few)) \
+        'BEGIN { printf "0\t%s\t%s\tcalls\t%s\n", scenario, subject, calls / events }'
 done

@@ -76,7 +76,7 @@ while (($# > 0)); do
         --rounds) rounds=("$2" "$2") && shift ;;
         --record) record=$2 && shift ;;
         --json) verdict=(--json "$2") && shift ;;
-        --short) arguments+=(--seconds 0.02 --turns 1) rounds=(1 1) sizes=(1 64) ;;
+        --short) arguments+=(--seconds 0.02 --turns 1) rounds=(1 1) sizes=(1 128) ;;
         --only) arguments+=("$1" "$2") whole= && shift ;;
         *) arguments+=("$1") ;;
     esac

@@ -179,3 +179,5 @@ done <<'SHAPES'
 8/1/8 140 106
 8/3/8 166 124
 SHAPES
+
+! "$count_calls" "$bench" 5 10 library growth/writers/0 >"$work/none" 2>&1 || fail "calls of a scenario that there is not"
